@@ -1,0 +1,187 @@
+#include "Profile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <stdexcept>
+
+#include "PowerStates.h"
+#include "SharedJson.h"
+
+namespace energysim {
+
+using common::json::JsonException;
+using common::json::JsonType;
+using common::json::JsonValue;
+
+const char* const kPictureRegisters[9] = {"ANA", "DutySum", "APL", "BLOSD", "RESOLUTION",
+                                          "PC",  "HDR",     "IDS", "TEMP"};
+
+DeviceProfile DefaultProfile() {
+    DeviceProfile p;
+    p.name = "built-in default (VX55Q7000, 55\" QLED, 2024)";
+    p.model = "24_QUASAR_55";
+    p.panel_type = "VP55UA2X01";
+    p.locale_set = "EU_DTV";
+    p.model_year = 24;
+    p.picture = {{"ANA", "700"}, {"DutySum", "800"}, {"APL", "420"},  {"BLOSD", "0"},
+                 {"RESOLUTION", "2160"}, {"PC", "0"}, {"HDR", "0"},    {"IDS", "1"},
+                 {"TEMP", "41"}};
+    p.volume = 20;
+    return p;
+}
+
+namespace {
+
+[[noreturn]] void Fail(const std::string& origin, const std::string& field,
+                       const std::string& why) {
+    throw std::runtime_error(origin + ": field \"" + field + "\": " + why);
+}
+
+std::string AsText(const JsonValue& v, const std::string& origin, const std::string& field) {
+    if (!v.isString()) {
+        Fail(origin, field, "must be a string");
+    }
+    return v.asString();
+}
+
+int AsInt(const JsonValue& v, const std::string& origin, const std::string& field, long long lo,
+          long long hi) {
+    if (v.type() != JsonType::Int) {
+        Fail(origin, field, "must be a whole number");
+    }
+    long long n = v.asInt64();
+    if (n < lo || n > hi) {
+        Fail(origin, field, "must be between " + std::to_string(lo) + " and " + std::to_string(hi));
+    }
+    return static_cast<int>(n);
+}
+
+// A picture register: a whole number, or a decimal string (published as is).
+std::string RegisterText(const JsonValue& v, const std::string& origin, const std::string& field) {
+    if (v.type() == JsonType::Int) {
+        long long n = v.asInt64();
+        if (n < std::numeric_limits<int32_t>::min() || n > std::numeric_limits<int32_t>::max()) {
+            Fail(origin, field, "is out of the 32-bit range");
+        }
+        return std::to_string(n);
+    }
+    if (v.isString()) {
+        return v.asString();
+    }
+    Fail(origin, field, "must be a whole number or a string");
+}
+
+}  // namespace
+
+DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
+    JsonValue root = JsonValue::Create(text);
+    if (root.type() != JsonType::Object) {
+        throw std::runtime_error(origin + ": not a JSON object");
+    }
+    DeviceProfile p;
+    p.name = origin;
+    p.picture.clear();
+    static const char* const kKnown[] = {"name",        "model",       "panelType",  "localeSet",
+                                         "modelYear",   "picture",     "volume",     "speaker",
+                                         "powerState",  "ambientMode", "dataDir",    "sharedDir"};
+    for (const std::string& key : root.getMemberNames()) {
+        bool known = false;
+        for (const char* k : kKnown) {
+            known = known || key == k;
+        }
+        if (!known) {
+            Fail(origin, key, "unknown field");
+        }
+    }
+    try {
+        const JsonValue& r = root;
+        if (r.isMember("name")) p.name = AsText(r["name"], origin, "name");
+        if (r.isMember("model")) p.model = AsText(r["model"], origin, "model");
+        if (r.isMember("panelType")) p.panel_type = AsText(r["panelType"], origin, "panelType");
+        if (r.isMember("localeSet")) p.locale_set = AsText(r["localeSet"], origin, "localeSet");
+        if (r.isMember("modelYear"))
+            p.model_year = AsInt(r["modelYear"], origin, "modelYear", 0, 99);
+        if (r.isMember("volume")) p.volume = AsInt(r["volume"], origin, "volume", 0, 100);
+        if (r.isMember("speaker")) {
+            const JsonValue& s = r["speaker"];
+            if (s.isString() && (s.asString() == "tv" || s.asString() == "external")) {
+                p.speaker = s.asString() == "tv" ? 0 : 1;
+            } else if (s.type() == JsonType::Int) {
+                p.speaker = AsInt(s, origin, "speaker", 0, 1000);
+            } else {
+                Fail(origin, "speaker", "must be \"tv\", \"external\" or a number");
+            }
+        }
+        if (r.isMember("powerState")) {
+            const JsonValue& s = r["powerState"];
+            PowerSetting setting;
+            if (s.isString() && ParsePowerName(s.asString(), &setting)) {
+                p.power_state = setting.state;
+                p.ambient_mode = setting.ambient;
+            } else if (s.type() == JsonType::Int) {
+                p.power_state = AsInt(s, origin, "powerState", -1000, 1000);
+            } else {
+                Fail(origin, "powerState", "must be one of " + PowerNames() + " or a number");
+            }
+        }
+        if (r.isMember("ambientMode"))
+            p.ambient_mode = AsInt(r["ambientMode"], origin, "ambientMode", -1000, 1000);
+        if (r.isMember("dataDir")) p.data_dir = AsText(r["dataDir"], origin, "dataDir");
+        if (r.isMember("sharedDir")) p.shared_dir = AsText(r["sharedDir"], origin, "sharedDir");
+        if (r.isMember("picture")) {
+            const JsonValue& pic = r["picture"];
+            if (pic.type() != JsonType::Object) {
+                Fail(origin, "picture", "must be an object of register values");
+            }
+            for (const std::string& key : pic.getMemberNames()) {
+                bool known = false;
+                for (const char* name : kPictureRegisters) {
+                    known = known || key == name;
+                }
+                if (!known) {
+                    Fail(origin, "picture." + key, "unknown register");
+                }
+                p.picture[key] = RegisterText(pic[key], origin, "picture." + key);
+            }
+        }
+    } catch (const JsonException& e) {
+        throw std::runtime_error(origin + ": " + e.what());
+    }
+    for (std::string* dir : {&p.data_dir, &p.shared_dir}) {
+        if (!dir->empty() && dir->back() != '/') {
+            dir->push_back('/');  // the platform reports directories with a trailing '/'
+        }
+    }
+    return p;
+}
+
+DeviceProfile LoadProfile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        throw std::runtime_error("cannot read profile " + path + ": " + std::strerror(errno));
+    }
+    std::ostringstream text;
+    text << in.rdbuf();
+    return ParseProfile(text.str(), path);
+}
+
+std::string PictureJson(const std::map<std::string, std::string>& picture) {
+    JsonValue doc(JsonType::Object);
+    for (const char* name : kPictureRegisters) {
+        auto it = picture.find(name);
+        if (it != picture.end()) {
+            doc[name] = it->second;
+        }
+    }
+    for (const auto& [name, value] : picture) {
+        if (!doc.isMember(name)) {
+            doc[name] = value;
+        }
+    }
+    return doc.toString(false);
+}
+
+}  // namespace energysim
