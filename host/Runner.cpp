@@ -1,5 +1,6 @@
 #include "Runner.h"
 
+#include <dlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
