@@ -1,5 +1,6 @@
 // energy-sim, run as a separate process: bad input, the reports of a known day computed
 // independently from the factor row, and the summary's accounting. Also its parsers.
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
