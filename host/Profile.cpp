@@ -21,7 +21,7 @@ const char* const kPictureRegisters[9] = {"ANA", "DutySum", "APL", "BLOSD", "RES
 
 DeviceProfile DefaultProfile() {
     DeviceProfile p;
-    p.name = "built-in default (VX55Q7000, 55\" QLED, 2024)";
+    p.name = "built-in default (VX55Q7000, 55-inch QLED, 2024)";
     p.model = "24_QUASAR_55";
     p.panel_type = "VP55UA2X01";
     p.locale_set = "EU_DTV";
@@ -78,6 +78,9 @@ std::string RegisterText(const JsonValue& v, const std::string& origin, const st
 
 DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
     JsonValue root = JsonValue::Create(text);
+    if (root.isNull()) {
+        throw std::runtime_error(origin + ": not valid JSON");
+    }
     if (root.type() != JsonType::Object) {
         throw std::runtime_error(origin + ": not a JSON object");
     }

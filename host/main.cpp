@@ -23,7 +23,7 @@ Runs the real energy-consumption plug-in library on a simulated TV, with its clo
 program's control, and prints what it reports.
 
 run (the default):
-  --profile FILE     device profile (JSON); default: the built-in profile (VX55Q7000, 55" QLED,
+  --profile FILE     device profile (JSON); default: the built-in profile (VX55Q7000, 55-inch QLED,
                      2024, watching at ANA 700 / DutySum 800 / 2160 lines, volume 20)
   --scenario FILE    timeline of changes at simulated times (see data/scenarios/README.md)
   --duration TIME    simulated time to run: 90s, 15m, 3h, 1h30m, 7d, HH:MM[:SS] (default 24h)

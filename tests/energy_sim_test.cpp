@@ -100,7 +100,7 @@ TEST(EnergySimCliTest, BadProfilesNameTheField) {
         {"{\"powerState\": \"asleep\"}", "field \"powerState\": must be one of on, picture-off"},
         {"{\"colour\": \"red\"}", "field \"colour\": unknown field"},
         {"[1,2]", "not a JSON object"},
-        {"{not json", "not a JSON object"},
+        {"{not json", "not valid JSON"},
     };
     for (const Case& c : cases) {
         testsupport::WriteText(dir.File("p.json"), c.text);
