@@ -106,16 +106,27 @@ std::string RenderSvg(const PlotInput& in) {
                "fill=\"#c0561b\">cumulative energy (Wh)</text>\n",
                kWidth - 22, kTop + kPlotH / 2);
 
-    // Scenario changes.
+    // Scenario changes: one dashed line per time, its entries joined in one label.
+    std::vector<std::pair<uint64_t, std::string>> marks;
     for (const ScenarioEntry& c : in.changes) {
-        double x = x_of(in.start + c.offset);
+        size_t cut = c.text.find_first_of(" \t");
+        std::string what = cut == std::string::npos ? c.text : c.text.substr(cut + 1);
+        what.erase(0, what.find_first_not_of(" \t"));
+        if (!marks.empty() && marks.back().first == c.offset) {
+            marks.back().second += "; " + what;
+        } else {
+            marks.emplace_back(c.offset, c.text.substr(0, cut) + "  " + what);
+        }
+    }
+    for (const auto& [offset, label] : marks) {
+        double x = x_of(in.start + offset);
         svg += Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#6a6a6a\" "
                    "stroke-dasharray=\"4,3\"/>\n",
                    x, kTop, x, kTop + kPlotH);
         svg += Fmt("<text transform=\"translate(%.1f,%.1f) rotate(90)\" font-size=\"10\" "
                    "fill=\"#444\">",
                    x + 3, kTop + 4) +
-               Escape(c.text) + "</text>\n";
+               Escape(label) + "</text>\n";
     }
 
     // Power per turn: one min/max column per pixel keeps spikes visible on long runs.
