@@ -118,7 +118,10 @@ std::string RenderSvg(const PlotInput& in) {
             marks.emplace_back(c.offset, c.text.substr(0, cut) + "  " + what);
         }
     }
-    for (const auto& [offset, label] : marks) {
+    for (auto& [offset, label] : marks) {
+        if (label.size() > 64) {
+            label = label.substr(0, 61) + "...";  // keep it inside the plot area
+        }
         double x = x_of(in.start + offset);
         svg += Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#6a6a6a\" "
                    "stroke-dasharray=\"4,3\"/>\n",
