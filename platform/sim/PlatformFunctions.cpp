@@ -87,12 +87,15 @@ int dlog_print(log_priority prio, const char* tag, const char* fmt, ...) {
     if (auto err = EnterCall(Call::kDlogPrint)) {
         return *err;
     }
+    if (fmt == nullptr) {
+        return dlog_print(prio, tag, "%s", "");  // a null format logs an empty line
+    }
     char stack_buf[1024];
     va_list args;
     va_start(args, fmt);
     va_list copy;
     va_copy(copy, args);
-    int n = std::vsnprintf(stack_buf, sizeof(stack_buf), fmt ? fmt : "", args);
+    int n = std::vsnprintf(stack_buf, sizeof(stack_buf), fmt, args);
     va_end(args);
     std::string text;
     if (n < 0) {
