@@ -767,11 +767,13 @@ int JsonValue::asInt() const {
             return static_cast<int>(v);
         }
         case JsonType::Double: {
-            const double d = shared.get_double();
-            if (!(d >= static_cast<double>(kInt32Min) && d <= static_cast<double>(kInt32Max))) {
+            // The bounds apply to the value truncated toward zero: 2147483647.9 gives
+            // 2147483647. NaN fails every comparison and is out of range.
+            const double t = std::trunc(shared.get_double());
+            if (!(t >= static_cast<double>(kInt32Min) && t <= static_cast<double>(kInt32Max))) {
                 throw JsonException("double value exceed int32_t range");
             }
-            return static_cast<int>(d);
+            return static_cast<int>(t);
         }
         default:
             throw JsonException("cannot convert to int32_t type");
@@ -792,12 +794,15 @@ unsigned int JsonValue::asUInt() const {
             return static_cast<unsigned int>(v);
         }
         case JsonType::Double: {
+            // Any negative double fails, even one that truncates to zero (-0.5); the upper
+            // bound applies to the truncated value, as in asInt(). The int32 wording is the
+            // established text of this failure.
             const double d = shared.get_double();
-            if (!(d >= 0.0 && d <= static_cast<double>(kUInt32Max))) {
-                // The int32 wording is the established text of this failure.
+            const double t = std::trunc(d);
+            if (!(d >= 0.0 && t <= static_cast<double>(kUInt32Max))) {
                 throw JsonException("double value exceed int32_t range");
             }
-            return static_cast<unsigned int>(d);
+            return static_cast<unsigned int>(t);
         }
         default:
             throw JsonException("cannot convert to uint32_t type");
