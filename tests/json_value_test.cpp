@@ -516,6 +516,21 @@ TEST(JsonSerialise, CompactInInsertionOrder) {
     EXPECT_EQ(JsonValue("tab\there").toString(false), "\"tab\\there\"");
 }
 
+TEST(JsonSerialise, StaysJsonWhereJsonGlibWouldNot) {
+    // U+001F is escaped in member names and strings alike.
+    const JsonValue names = Parse("{\"a\\\"b\\\\c\\u001f\":\"\\u001f\"}");
+    EXPECT_EQ(names.toString(false), "{\"a\\\"b\\\\c\\u001f\":\"\\u001f\"}");
+    EXPECT_TRUE(Parse(names.toString(false).c_str()) == names);
+    EXPECT_TRUE(Parse(names.toString(true).c_str()) == names);
+    // A double whose shortest text has an exponent but no point keeps it a double.
+    EXPECT_EQ(JsonValue(1e-300).toString(false), "1.0e-300");
+    EXPECT_EQ(JsonValue(1e21).toString(false), "1.0e+21");
+    EXPECT_EQ(JsonValue(100.0).toString(false), "100.0");
+    EXPECT_EQ(Parse("[1.0e+21]")[0].type(), JsonType::Double);
+    EXPECT_EQ(JsonValue(std::nan("")).toString(false), "null");
+    EXPECT_EQ(JsonValue(-INFINITY).toString(false), "null");
+}
+
 // ---- The node layout that clear_node relies on ----
 
 namespace {
