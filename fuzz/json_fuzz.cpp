@@ -1,6 +1,8 @@
 // Parses arbitrary bytes and walks the JSON value layer over the result: every query and
 // conversion, member and element access (const and creating), copies, moves, assignment into
 // children, and serialisation. Traps when a document stops round-tripping through its text.
+#include <glib.h>
+
 #include <cmath>
 #include <string>
 #include <vector>
@@ -60,17 +62,24 @@ void Convert(const JsonValue& v) {
     (void)v.empty();
 }
 
-// Reads the whole tree through const access. Returns false when it holds a double that JSON
-// text cannot carry (infinity), which then legitimately does not round-trip.
+// Reads the whole tree through const access. Returns false when it holds what JSON text
+// cannot carry: an infinite double, or a string that is not UTF-8 (json-glib decodes a lone
+// surrogate escape into one). Such a document legitimately does not round-trip.
 bool Walk(const JsonValue& v, int depth) {
     Convert(v);
-    bool representable = !(v.type() == JsonType::Double && !std::isfinite(v.asDouble()));
+    bool representable = true;
+    if (v.type() == JsonType::Double) {
+        representable = std::isfinite(v.asDouble());
+    } else if (v.type() == JsonType::String) {
+        representable = g_utf8_validate(v.asString().c_str(), -1, nullptr);
+    }
     if (depth >= kMaxDepth) {
         return representable;
     }
     switch (v.type()) {
         case JsonType::Object:
             for (const std::string& name : v.getMemberNames()) {
+                representable = g_utf8_validate(name.c_str(), -1, nullptr) && representable;
                 if (!v.isMember(name) || v[name].type() != v.get(name, JsonValue()).type()) {
                     __builtin_trap();
                 }
@@ -166,7 +175,7 @@ FUZZ_TARGET(JsonValue) {
 
     const std::string compact = doc.toString(false);
     const JsonValue again = JsonValue::Create(compact);
-    if (!doc.isNull() && again.isNull()) {
+    if ((!doc.isNull() && again.isNull()) || !g_utf8_validate(compact.c_str(), -1, nullptr)) {
         __builtin_trap();  // the text written is not JSON
     }
     if (representable && !(again == doc)) {

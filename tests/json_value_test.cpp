@@ -527,6 +527,12 @@ TEST(JsonSerialise, StaysJsonWhereJsonGlibWouldNot) {
     EXPECT_EQ(JsonValue(1e21).toString(false), "1.0e+21");
     EXPECT_EQ(JsonValue(100.0).toString(false), "100.0");
     EXPECT_EQ(Parse("[1.0e+21]")[0].type(), JsonType::Double);
+    // Bytes that are not UTF-8 become U+FFFD, each of them.
+    EXPECT_EQ(JsonValue(std::string("a\xff\xc3(b")).toString(false),
+              "\"a\xEF\xBF\xBD\xEF\xBF\xBD(b\"");
+    const JsonValue lone = Parse("[\"\\udcfaa\"]");  // json-glib decodes this to bytes ED B3 BA
+    EXPECT_EQ(lone.toString(false), "[\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"]");
+    EXPECT_FALSE(Parse(lone.toString(false).c_str()).isNull());
     EXPECT_EQ(JsonValue(std::nan("")).toString(false), "null");
     EXPECT_EQ(JsonValue(-INFINITY).toString(false), "null");
 }

@@ -171,17 +171,18 @@ void collect_name(JsonObject*, const gchar* name, JsonNode*, gpointer user_data)
 //
 // The text is json-glib 1.6's own (json_to_string) byte for byte, compact and pretty, except
 // where that generator writes something that is not JSON: it leaves U+001F unescaped, appends
-// ".0" after an exponent ("1e-300.0") and prints infinities and NaN as "inf.0" / "nan.0".
-// Here U+001F becomes \u001f, the ".0" goes before the exponent ("1.0e-300") and a non-finite
-// double is written as null.
+// ".0" after an exponent ("1e-300.0"), prints infinities and NaN as "inf.0" / "nan.0" and
+// copies bytes that are not UTF-8. Here U+001F becomes \u001f, the ".0" goes before the
+// exponent ("1.0e-300"), a non-finite double is written as null and each stray byte as U+FFFD.
 
 constexpr unsigned kIndent = 2;
 
-void append_quoted(std::string& out, const char* text) {
+// Appends `length` bytes of valid UTF-8 with JSON's escapes (json-glib's choice of them).
+void append_escaped(std::string& out, const char* text, size_t length) {
     static const char kHex[] = "0123456789abcdef";
-    out += '"';
     const char* run = text;
-    for (const char* p = text; *p != '\0'; ++p) {
+    const char* const stop = text + length;
+    for (const char* p = text; p != stop; ++p) {
         const unsigned char c = static_cast<unsigned char>(*p);
         const char* escape = nullptr;
         switch (c) {
@@ -221,7 +222,25 @@ void append_quoted(std::string& out, const char* text) {
             out.append(unicode, sizeof(unicode));
         }
     }
-    out += run;
+    out.append(run, stop - run);
+}
+
+// Writes `text` as a JSON string. Bytes that are not UTF-8 (a string built from arbitrary
+// bytes, or a lone surrogate escape that json-glib decodes into one) each become U+FFFD, so
+// the text stays UTF-8 and readable by json-glib and any other JSON reader.
+void append_quoted(std::string& out, const char* text) {
+    out += '"';
+    const char* p = text;
+    for (;;) {
+        const gchar* valid_end = nullptr;
+        const bool valid = g_utf8_validate(p, -1, &valid_end);
+        append_escaped(out, p, valid_end - p);
+        if (valid) {
+            break;
+        }
+        out += "\xEF\xBF\xBD";
+        p = valid_end + 1;
+    }
     out += '"';
 }
 
