@@ -2,10 +2,12 @@
 
 #include <json-glib/json-glib.h>
 
+#include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "Log.h"
@@ -54,12 +56,12 @@ class ScopedValue {
     GValue value = G_VALUE_INIT;
 };
 
-SharedJson::Owner MakeOwner(JsonNode* node) {
+SharedJson::Owner make_owner(JsonNode* node) {
     return SharedJson::Owner(node, &json_node_unref);
 }
 
-SharedJson::Owner NewNullNode() {
-    return MakeOwner(json_node_new(JSON_NODE_NULL));
+SharedJson::Owner new_null_node() {
+    return make_owner(json_node_new(JSON_NODE_NULL));
 }
 
 // ---- The node layout that bugfix::clear_node writes into ----
@@ -89,25 +91,25 @@ static_assert(offsetof(NodeLayout, data) ==
 static_assert(offsetof(NodeLayout, parent) == offsetof(NodeLayout, data) + sizeof(void*),
               "parent follows the payload");
 
-NodeLayout* Layout(JsonNode* node) {
+NodeLayout* layout_of(JsonNode* node) {
     return reinterpret_cast<NodeLayout*>(node);
 }
 
 // Compares the mirrored fields with what json-glib's public API reports for nodes of each
 // container kind and for a nested node (parent pointer).
-bool ProbeLayout() {
-    SharedJson::Owner object_node = MakeOwner(json_node_new(JSON_NODE_OBJECT));
+bool probe_layout() {
+    SharedJson::Owner object_node = make_owner(json_node_new(JSON_NODE_OBJECT));
     ObjectPtr object(json_object_new());
     json_node_set_object(object_node.get(), object.get());
-    SharedJson::Owner array_node = MakeOwner(json_node_new(JSON_NODE_ARRAY));
+    SharedJson::Owner array_node = make_owner(json_node_new(JSON_NODE_ARRAY));
     ArrayPtr array(json_array_new());
     json_node_set_array(array_node.get(), array.get());
     json_array_add_null_element(array.get());
     JsonNode* element = json_array_get_element(array.get(), 0);
 
-    const NodeLayout* o = Layout(object_node.get());
-    const NodeLayout* a = Layout(array_node.get());
-    const NodeLayout* e = Layout(element);
+    const NodeLayout* o = layout_of(object_node.get());
+    const NodeLayout* a = layout_of(array_node.get());
+    const NodeLayout* e = layout_of(element);
     return o->type == JSON_NODE_OBJECT && o->ref_count == 1 && o->data.object == object.get() &&
            o->parent == nullptr && a->type == JSON_NODE_ARRAY && a->data.array == array.get() &&
            e->type == JSON_NODE_NULL && e->parent == json_node_get_parent(element);
@@ -115,24 +117,24 @@ bool ProbeLayout() {
 
 // ---- Deep copy ----
 
-void CopyInto(JsonNode* target, JsonNode* source);
+void copy_into(JsonNode* target, JsonNode* source);
 
-void CopyMember(JsonObject*, const gchar* name, JsonNode* member, gpointer user_data) {
+void copy_member(JsonObject*, const gchar* name, JsonNode* member, gpointer user_data) {
     JsonNode* copy = json_node_new(JSON_NODE_NULL);
-    CopyInto(copy, member);
+    copy_into(copy, member);
     json_object_set_member(static_cast<JsonObject*>(user_data), name, copy);
 }
 
-void CopyElement(JsonArray*, guint index, JsonNode* element, gpointer user_data) {
-    CopyInto(json_array_get_element(static_cast<JsonArray*>(user_data), index), element);
+void copy_element(JsonArray*, guint index, JsonNode* element, gpointer user_data) {
+    copy_into(json_array_get_element(static_cast<JsonArray*>(user_data), index), element);
 }
 
 // `target` is a fresh null node owned by the caller (or by the container it sits in).
-void CopyInto(JsonNode* target, JsonNode* source) {
+void copy_into(JsonNode* target, JsonNode* source) {
     switch (json_node_get_node_type(source)) {
         case JSON_NODE_OBJECT: {
             ObjectPtr object(json_object_new());
-            json_object_foreach_member(json_node_get_object(source), &CopyMember, object.get());
+            json_object_foreach_member(json_node_get_object(source), &copy_member, object.get());
             json_node_init_object(target, object.get());
             break;
         }
@@ -143,7 +145,7 @@ void CopyInto(JsonNode* target, JsonNode* source) {
             for (guint i = 0; i < n; ++i) {
                 json_array_add_null_element(array.get());
             }
-            json_array_foreach_element(from, &CopyElement, array.get());
+            json_array_foreach_element(from, &copy_element, array.get());
             json_node_init_array(target, array.get());
             break;
         }
@@ -161,15 +163,207 @@ void CopyInto(JsonNode* target, JsonNode* source) {
     }
 }
 
-void CollectName(JsonObject*, const gchar* name, JsonNode*, gpointer user_data) {
+void collect_name(JsonObject*, const gchar* name, JsonNode*, gpointer user_data) {
     static_cast<std::vector<std::string>*>(user_data)->emplace_back(name);
+}
+
+// ---- Serialisation ----
+//
+// The text is json-glib 1.6's own (json_to_string) byte for byte, compact and pretty, except
+// where that generator writes something that is not JSON: it leaves U+001F unescaped, appends
+// ".0" after an exponent ("1e-300.0"), prints infinities and NaN as "inf.0" / "nan.0" and
+// copies bytes that are not UTF-8. Here U+001F becomes \u001f, the ".0" goes before the
+// exponent ("1.0e-300"), a non-finite double is written as null and each stray byte as U+FFFD.
+
+constexpr unsigned kIndent = 2;
+
+// Appends `length` bytes of valid UTF-8 with JSON's escapes (json-glib's choice of them).
+void append_escaped(std::string& out, const char* text, size_t length) {
+    static const char kHex[] = "0123456789abcdef";
+    const char* run = text;
+    const char* const stop = text + length;
+    for (const char* p = text; p != stop; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        const char* escape = nullptr;
+        switch (c) {
+            case '"':
+                escape = "\\\"";
+                break;
+            case '\\':
+                escape = "\\\\";
+                break;
+            case '\b':
+                escape = "\\b";
+                break;
+            case '\f':
+                escape = "\\f";
+                break;
+            case '\n':
+                escape = "\\n";
+                break;
+            case '\r':
+                escape = "\\r";
+                break;
+            case '\t':
+                escape = "\\t";
+                break;
+            default:
+                if (c >= 0x20 && c != 0x7f) {
+                    continue;
+                }
+                break;
+        }
+        out.append(run, p - run);
+        run = p + 1;
+        if (escape != nullptr) {
+            out += escape;
+        } else {
+            const char unicode[] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xf]};
+            out.append(unicode, sizeof(unicode));
+        }
+    }
+    out.append(run, stop - run);
+}
+
+// Writes `text` as a JSON string. Bytes that are not UTF-8 (a string built from arbitrary
+// bytes, or a lone surrogate escape that json-glib decodes into one) each become U+FFFD, so
+// the text stays UTF-8 and readable by json-glib and any other JSON reader.
+void append_quoted(std::string& out, const char* text) {
+    out += '"';
+    const char* p = text;
+    for (;;) {
+        const gchar* valid_end = nullptr;
+        const bool valid = g_utf8_validate(p, -1, &valid_end);
+        append_escaped(out, p, valid_end - p);
+        if (valid) {
+            break;
+        }
+        out += "\xEF\xBF\xBD";
+        p = valid_end + 1;
+    }
+    out += '"';
+}
+
+void append_double(std::string& out, double d) {
+    if (!std::isfinite(d)) {
+        out += "null";
+        return;
+    }
+    char text[G_ASCII_DTOSTR_BUF_SIZE];
+    g_ascii_dtostr(text, sizeof(text), d);
+    // Keep a double recognisable as one: "100" becomes "100.0", "1e-300" becomes "1.0e-300".
+    if (std::strchr(text, '.') != nullptr) {
+        out += text;
+        return;
+    }
+    const char* exponent = std::strpbrk(text, "eE");
+    if (exponent == nullptr) {
+        out += text;
+        out += ".0";
+    } else {
+        out.append(text, exponent - text);
+        out += ".0";
+        out += exponent;
+    }
+}
+
+void append_value(std::string& out, JsonNode* node) {
+    const GType type = json_node_get_value_type(node);
+    if (type == G_TYPE_INT64) {
+        char text[24];
+        const std::to_chars_result r =
+            std::to_chars(text, text + sizeof(text), json_node_get_int(node));
+        out.append(text, r.ptr - text);
+    } else if (type == G_TYPE_DOUBLE) {
+        append_double(out, json_node_get_double(node));
+    } else if (type == G_TYPE_BOOLEAN) {
+        out += json_node_get_boolean(node) ? "true" : "false";
+    } else if (type == G_TYPE_STRING) {
+        const gchar* text = json_node_get_string(node);
+        append_quoted(out, text != nullptr ? text : "");
+    } else {
+        out += "null";
+    }
+}
+
+void append_node(std::string& out, JsonNode* node, bool pretty, unsigned level);
+
+struct MemberWriter {
+    std::string& out;
+    bool pretty;
+    unsigned level;  // level of the members
+    bool first;
+};
+
+void append_member(JsonObject*, const gchar* name, JsonNode* member, gpointer user_data) {
+    MemberWriter& w = *static_cast<MemberWriter*>(user_data);
+    if (!w.first) {
+        w.out += w.pretty ? ",\n" : ",";
+    }
+    w.first = false;
+    if (w.pretty) {
+        w.out.append(w.level * kIndent, ' ');
+    }
+    append_quoted(w.out, name);
+    w.out += w.pretty ? " : " : ":";
+    append_node(w.out, member, w.pretty, w.level);
+}
+
+void append_node(std::string& out, JsonNode* node, bool pretty, unsigned level) {
+    switch (json_node_get_node_type(node)) {
+        case JSON_NODE_OBJECT: {
+            JsonObject* object = json_node_get_object(node);
+            out += '{';
+            if (pretty && json_object_get_size(object) > 0) {
+                out += '\n';
+            }
+            MemberWriter writer{out, pretty, level + 1, true};
+            json_object_foreach_member(object, &append_member, &writer);
+            if (pretty) {
+                if (!writer.first) {
+                    out += '\n';
+                }
+                out.append(level * kIndent, ' ');  // json-glib pads even an empty object
+            }
+            out += '}';
+            break;
+        }
+        case JSON_NODE_ARRAY: {
+            JsonArray* array = json_node_get_array(node);
+            const guint n = json_array_get_length(array);
+            out += '[';
+            for (guint i = 0; i < n; ++i) {
+                if (pretty) {
+                    out += i == 0 ? "\n" : ",\n";
+                    out.append((level + 1) * kIndent, ' ');
+                } else if (i > 0) {
+                    out += ',';
+                }
+                append_node(out, json_array_get_element(array, i), pretty, level + 1);
+            }
+            if (pretty && n > 0) {
+                out += '\n';
+                out.append(level * kIndent, ' ');
+            }
+            out += ']';
+            break;
+        }
+        case JSON_NODE_VALUE:
+            append_value(out, node);
+            break;
+        case JSON_NODE_NULL:
+        default:
+            out += "null";
+            break;
+    }
 }
 
 // ---- Text of numbers ----
 
-std::string Format(size_t capacity, const char* format, ...) __attribute__((format(printf, 2, 3)));
+std::string format_number(size_t capacity, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 
-std::string Format(size_t capacity, const char* format, ...) {
+std::string format_number(size_t capacity, const char* format, ...) {
     std::string text(capacity, '\0');
     va_list args;
     va_start(args, format);
@@ -186,7 +380,7 @@ constexpr long long kInt32Min = -2147483648LL;
 constexpr long long kInt32Max = 2147483647LL;
 constexpr long long kUInt32Max = 4294967295LL;
 
-bool WithinInt64(double d) {
+bool within_int64(double d) {
     return d >= kInt64Low && d <= kInt64High;
 }
 
@@ -198,7 +392,7 @@ bool WithinInt64(double d) {
 namespace bugfix {
 
 bool node_layout_matches() {
-    static const bool matches = ProbeLayout();
+    static const bool matches = probe_layout();
     return matches;
 }
 
@@ -210,7 +404,7 @@ void clear_node(_JsonNode* node) {
         return;
     }
     if (node_layout_matches()) {
-        Layout(node)->data.value = nullptr;
+        layout_of(node)->data.value = nullptr;
     } else {
         static bool reported = false;
         if (!reported) {
@@ -225,24 +419,24 @@ void clear_node(_JsonNode* node) {
 // ---------------------------------------------------------------------------------------
 // SharedJson
 
-SharedJson::SharedJson() : owner(NewNullNode()), node(owner.get()) {}
+SharedJson::SharedJson() : owner(new_null_node()), node(owner.get()) {}
 
 SharedJson::SharedJson(const char* text)
-    : owner(MakeOwner(json_node_init_string(json_node_alloc(), text))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_string(json_node_alloc(), text))), node(owner.get()) {}
 
 SharedJson::SharedJson(const std::string& text) : SharedJson(text.c_str()) {}
 
 SharedJson::SharedJson(double value)
-    : owner(MakeOwner(json_node_init_double(json_node_alloc(), value))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_double(json_node_alloc(), value))), node(owner.get()) {}
 
 SharedJson::SharedJson(long long value)
-    : owner(MakeOwner(json_node_init_int(json_node_alloc(), value))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_int(json_node_alloc(), value))), node(owner.get()) {}
 
 SharedJson::SharedJson(bool value)
-    : owner(MakeOwner(json_node_init_boolean(json_node_alloc(), value))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_boolean(json_node_alloc(), value))), node(owner.get()) {}
 
 SharedJson::SharedJson(const SharedJson& other)
-    : owner(MakeOwner(other.owner ? json_node_ref(other.owner.get()) : nullptr)),
+    : owner(make_owner(other.owner ? json_node_ref(other.owner.get()) : nullptr)),
       node(other.node) {}
 
 SharedJson::SharedJson(Owner owner_) : owner(std::move(owner_)), node(owner.get()) {}
@@ -250,14 +444,14 @@ SharedJson::SharedJson(Owner owner_) : owner(std::move(owner_)), node(owner.get(
 SharedJson::SharedJson(Owner owner_, _JsonNode* node_) : owner(std::move(owner_)), node(node_) {}
 
 SharedJson& SharedJson::operator=(const SharedJson& other) {
-    Owner taken = MakeOwner(other.owner ? json_node_ref(other.owner.get()) : nullptr);
+    Owner taken = make_owner(other.owner ? json_node_ref(other.owner.get()) : nullptr);
     owner = std::move(taken);
     node = other.node;
     return *this;
 }
 
 void SharedJson::reset() {
-    Owner fresh = NewNullNode();
+    Owner fresh = new_null_node();
     node = fresh.get();
     owner = std::move(fresh);
 }
@@ -276,7 +470,7 @@ SharedJson SharedJson::Create(const char* text) {
     if (root == nullptr) {
         return SharedJson();
     }
-    return SharedJson(MakeOwner(json_node_copy(root)));
+    return SharedJson(make_owner(json_node_copy(root)));
 }
 
 SharedJson SharedJson::Create(const std::string& text) {
@@ -319,12 +513,12 @@ bool SharedJson::has(const char* key) const {
 }
 
 SharedJson SharedJson::operator[](const std::string& key) const {
-    return SharedJson(MakeOwner(owner ? json_node_ref(owner.get()) : nullptr),
+    return SharedJson(make_owner(owner ? json_node_ref(owner.get()) : nullptr),
                       json_object_get_member(json_node_get_object(node), key.c_str()));
 }
 
 SharedJson SharedJson::operator[](unsigned index) const {
-    return SharedJson(MakeOwner(owner ? json_node_ref(owner.get()) : nullptr),
+    return SharedJson(make_owner(owner ? json_node_ref(owner.get()) : nullptr),
                       json_array_get_element(json_node_get_array(node), index));
 }
 
@@ -424,8 +618,8 @@ void SharedJson::set(const SharedJson& other) {
 }
 
 SharedJson SharedJson::clone() const {
-    Owner copy = NewNullNode();
-    CopyInto(copy.get(), node);
+    Owner copy = new_null_node();
+    copy_into(copy.get(), node);
     return SharedJson(std::move(copy));
 }
 
@@ -479,15 +673,16 @@ JsonType SharedJson::type() const {
 }
 
 std::string SharedJson::to_string(bool pretty) const {
-    GCharPtr text(json_to_string(node, pretty ? TRUE : FALSE));
-    return text ? std::string(text.get()) : std::string();
+    std::string text;
+    append_node(text, node, pretty, 0);
+    return text;
 }
 
 std::vector<std::string> SharedJson::get_member_names() const {
     std::vector<std::string> names;
     JsonObject* object = json_node_get_object(node);
     names.reserve(json_object_get_size(object));
-    json_object_foreach_member(object, &CollectName, &names);
+    json_object_foreach_member(object, &collect_name, &names);
     return names;
 }
 
@@ -655,7 +850,7 @@ bool JsonValue::isInt() const {
         case JsonType::Int:
             return true;
         case JsonType::Double:
-            return WithinInt64(shared.get_double());
+            return within_int64(shared.get_double());
         default:
             return false;
     }
@@ -686,7 +881,7 @@ bool JsonValue::isConvertibleTo(JsonType target) const {
                    t == JsonType::Double;
         case JsonType::Int:
             if (t == JsonType::Double) {
-                return WithinInt64(shared.get_double());
+                return within_int64(shared.get_double());
             }
             return t == JsonType::Null || t == JsonType::Bool || t == JsonType::Int;
         case JsonType::String:
@@ -767,11 +962,13 @@ int JsonValue::asInt() const {
             return static_cast<int>(v);
         }
         case JsonType::Double: {
-            const double d = shared.get_double();
-            if (!(d >= static_cast<double>(kInt32Min) && d <= static_cast<double>(kInt32Max))) {
+            // The bounds apply to the value truncated toward zero: 2147483647.9 gives
+            // 2147483647. NaN fails every comparison and is out of range.
+            const double t = std::trunc(shared.get_double());
+            if (!(t >= static_cast<double>(kInt32Min) && t <= static_cast<double>(kInt32Max))) {
                 throw JsonException("double value exceed int32_t range");
             }
-            return static_cast<int>(d);
+            return static_cast<int>(t);
         }
         default:
             throw JsonException("cannot convert to int32_t type");
@@ -792,12 +989,15 @@ unsigned int JsonValue::asUInt() const {
             return static_cast<unsigned int>(v);
         }
         case JsonType::Double: {
+            // Any negative double fails, even one that truncates to zero (-0.5); the upper
+            // bound applies to the truncated value, as in asInt(). The int32 wording is the
+            // established text of this failure.
             const double d = shared.get_double();
-            if (!(d >= 0.0 && d <= static_cast<double>(kUInt32Max))) {
-                // The int32 wording is the established text of this failure.
+            const double t = std::trunc(d);
+            if (!(d >= 0.0 && t <= static_cast<double>(kUInt32Max))) {
                 throw JsonException("double value exceed int32_t range");
             }
-            return static_cast<unsigned int>(d);
+            return static_cast<unsigned int>(t);
         }
         default:
             throw JsonException("cannot convert to uint32_t type");
@@ -814,7 +1014,7 @@ int64_t JsonValue::asInt64() const {
             return shared.get_int();
         case JsonType::Double: {
             const double d = shared.get_double();
-            if (!WithinInt64(d)) {
+            if (!within_int64(d)) {
                 throw JsonException("double value exceed int64_t range");
             }
             // 2^63 itself is accepted but has no int64 value; it saturates, as the target's
@@ -868,9 +1068,9 @@ std::string JsonValue::asString() const {
         case JsonType::Bool:
             return shared.get_bool() ? "true" : "false";
         case JsonType::Int:
-            return Format(32, "%lld", shared.get_int());
+            return format_number(32, "%lld", shared.get_int());
         case JsonType::Double:
-            return Format(328, "%f", shared.get_double());
+            return format_number(328, "%f", shared.get_double());
         case JsonType::String:
             return shared.get_string();
         default:
