@@ -37,6 +37,9 @@ FUZZ_TARGET(EnergyLog) {
         // Millions of runs: keep no log lines so memory stays flat.
         tvsim::SetLogRetention(0);
 #endif
+        // The directory's name is built first, so that its clean-up runs before the name is
+        // destroyed at exit.
+        DataDir();
         std::atexit(RemoveDataDir);
         return true;
     }();
