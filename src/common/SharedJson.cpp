@@ -2,6 +2,7 @@
 
 #include <json-glib/json-glib.h>
 
+#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdarg>
@@ -407,9 +408,8 @@ void clear_node(_JsonNode* node) {
     if (node_layout_matches()) {
         layout_of(node)->data.value = nullptr;
     } else {
-        static bool reported = false;
-        if (!reported) {
-            reported = true;
+        static std::atomic<bool> reported{false};
+        if (!reported.exchange(true)) {
             CLOGE("json-glib node layout is not the expected one; payload left in place");
         }
     }
