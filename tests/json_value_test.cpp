@@ -616,9 +616,3 @@ TEST(JsonNodeLayout, ClearNodeLeavesASharedNodeAlone) {
     json_node_unref(node);
     json_node_unref(node);
 }
-
-TEST(JsonNodeLayout, ReportsTheJsonGlibVersion) {
-    EXPECT_STREQ(SharedJson::GlibcVersion(), "1.6.6");
-    EXPECT_EQ(JSON_MAJOR_VERSION, 1);
-    EXPECT_EQ(JSON_MINOR_VERSION, 6);
-}

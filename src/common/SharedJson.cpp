@@ -2,12 +2,14 @@
 
 #include <json-glib/json-glib.h>
 
+#include <atomic>
 #include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 #include "Log.h"
@@ -406,9 +408,8 @@ void clear_node(_JsonNode* node) {
     if (node_layout_matches()) {
         layout_of(node)->data.value = nullptr;
     } else {
-        static bool reported = false;
-        if (!reported) {
-            reported = true;
+        static std::atomic<bool> reported{false};
+        if (!reported.exchange(true)) {
             CLOGE("json-glib node layout is not the expected one; payload left in place");
         }
     }
@@ -438,6 +439,11 @@ SharedJson::SharedJson(bool value)
 SharedJson::SharedJson(const SharedJson& other)
     : owner(make_owner(other.owner ? json_node_ref(other.owner.get()) : nullptr)),
       node(other.node) {}
+
+SharedJson::SharedJson(SharedJson&& other) noexcept
+    : owner(std::move(other.owner)), node(other.node) {
+    other.node = nullptr;
+}
 
 SharedJson::SharedJson(Owner owner_) : owner(std::move(owner_)), node(owner.get()) {}
 
@@ -522,6 +528,16 @@ SharedJson SharedJson::operator[](unsigned index) const {
                       json_array_get_element(json_node_get_array(node), index));
 }
 
+_JsonNode* SharedJson::find_member(const char* key) const {
+    return json_object_get_member(json_node_get_object(node), key);
+}
+
+_JsonNode* SharedJson::add_null_member(const std::string& key) {
+    JsonNode* member = json_node_new(JSON_NODE_NULL);
+    json_object_set_member(json_node_get_object(node), key.c_str(), member);
+    return member;
+}
+
 void SharedJson::alloc_member(const std::string& key) {
     json_object_set_member(json_node_get_object(node), key.c_str(), json_node_new(JSON_NODE_NULL));
 }
@@ -559,58 +575,91 @@ void SharedJson::set(SharedJson&& other) {
     if (&other == this) {
         return;
     }
+    take(other, true);
+}
+
+void SharedJson::release(bool refill) {
+    if (refill) {
+        reset();
+    } else {
+        owner.reset();
+        node = nullptr;
+    }
+}
+
+void SharedJson::take(SharedJson& other, bool refill) {
     // Everything needed from `other` is taken before this node is cleared, and `other` lets go
     // of its tree first: it may share this very tree, and json-glib re-initialises only a node
     // that nobody else holds.
     switch (other.type()) {
         case JsonType::Bool: {
             const bool value = other.get_bool();
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_boolean(node, value);
             break;
         }
         case JsonType::Int: {
             const long long value = other.get_int();
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_int(node, value);
             break;
         }
         case JsonType::Double: {
             const double value = other.get_double();
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_double(node, value);
             break;
         }
         case JsonType::String: {
             GCharPtr value(json_node_dup_string(other.node));
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_string(node, value.get());
             break;
         }
         case JsonType::Object: {
             ObjectPtr object(json_node_dup_object(other.node));
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_object(node, object.get());
             break;
         }
         case JsonType::Array: {
             ArrayPtr array(json_node_dup_array(other.node));
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_array(node, array.get());
             break;
         }
         case JsonType::Null:
         default:
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             break;
     }
+}
+
+void SharedJson::assign(const char* value) {
+    bugfix::clear_node(node);
+    json_node_init_string(node, value);
+}
+
+void SharedJson::assign(double value) {
+    bugfix::clear_node(node);
+    json_node_init_double(node, value);
+}
+
+void SharedJson::assign(long long value) {
+    bugfix::clear_node(node);
+    json_node_init_int(node, value);
+}
+
+void SharedJson::assign(bool value) {
+    bugfix::clear_node(node);
+    json_node_init_boolean(node, value);
 }
 
 void SharedJson::set(const SharedJson& other) {
@@ -700,7 +749,23 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::str
     if (found != members.end()) {
         return found->second;
     }
-    return members.emplace(key, JsonValue(parent[key])).first->second;
+    return members
+        .emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                 std::forward_as_tuple(parent[key]))
+        .first->second;
+}
+
+JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::string& key,
+                                        _JsonNode* member) const {
+    auto found = members.find(key);
+    if (found != members.end()) {
+        return found->second;
+    }
+    SharedJson child(make_owner(json_node_ref(parent.owner.get())), member);
+    return members
+        .emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                 std::forward_as_tuple(std::move(child)))
+        .first->second;
 }
 
 JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, unsigned index) const {
@@ -708,7 +773,10 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, unsigned index
     if (found != elements.end()) {
         return found->second;
     }
-    return elements.emplace(index, JsonValue(parent[index])).first->second;
+    return elements
+        .emplace(std::piecewise_construct, std::forward_as_tuple(index),
+                 std::forward_as_tuple(parent[index]))
+        .first->second;
 }
 
 void JsonValue::ChildManager::erase(const std::string& key) {
@@ -740,35 +808,29 @@ void JsonValue::ChildManager::set_type(JsonType type_) {
 // ---------------------------------------------------------------------------------------
 // JsonValue: construction and assignment
 
-JsonValue::JsonValue() : children(new ChildManager(JsonType::Null)) {}
+JsonValue::JsonValue() {}
 
-JsonValue::JsonValue(JsonType type) : children(new ChildManager(type)) {
+JsonValue::JsonValue(JsonType type) {
     shared.init(type);
 }
 
-JsonValue::JsonValue(const std::string& value)
-    : shared(value), children(new ChildManager(JsonType::String)) {}
+JsonValue::JsonValue(const std::string& value) : shared(value) {}
 
-JsonValue::JsonValue(const char* value)
-    : shared(value), children(new ChildManager(JsonType::String)) {}
+JsonValue::JsonValue(const char* value) : shared(value) {}
 
-JsonValue::JsonValue(double value) : shared(value), children(new ChildManager(JsonType::Double)) {}
+JsonValue::JsonValue(double value) : shared(value) {}
 
-JsonValue::JsonValue(long long value) : shared(value), children(new ChildManager(JsonType::Int)) {}
+JsonValue::JsonValue(long long value) : shared(value) {}
 
-JsonValue::JsonValue(int value)
-    : shared(static_cast<long long>(value)), children(new ChildManager(JsonType::Int)) {}
+JsonValue::JsonValue(int value) : shared(static_cast<long long>(value)) {}
 
-JsonValue::JsonValue(unsigned int value)
-    : shared(static_cast<long long>(value)), children(new ChildManager(JsonType::Int)) {}
+JsonValue::JsonValue(unsigned int value) : shared(static_cast<long long>(value)) {}
 
-JsonValue::JsonValue(bool value) : shared(value), children(new ChildManager(JsonType::Bool)) {}
+JsonValue::JsonValue(bool value) : shared(value) {}
 
-JsonValue::JsonValue(SharedJson shared_)
-    : shared(std::move(shared_)), children(new ChildManager(shared.type())) {}
+JsonValue::JsonValue(SharedJson shared_) : shared(std::move(shared_)) {}
 
-JsonValue::JsonValue(const JsonValue& other)
-    : shared(other.shared.clone()), children(new ChildManager(shared.type())) {}
+JsonValue::JsonValue(const JsonValue& other) : shared(other.shared.clone()) {}
 
 JsonValue::JsonValue(JsonValue&& other) noexcept
     : shared(other.shared), children(std::move(other.children)) {
@@ -780,9 +842,13 @@ JsonValue::~JsonValue() = default;
 JsonValue& JsonValue::operator=(const JsonValue& other) {
     // Copy first: `other` may be one of this value's own cached children.
     SharedJson copy = other.shared.clone();
-    cache().clear();
+    if (children) {
+        children->clear();
+    }
     shared.set(std::move(copy));
-    cache().set_type(shared.type());
+    if (children) {
+        children->set_type(shared.type());
+    }
     return *this;
 }
 
@@ -790,18 +856,57 @@ JsonValue& JsonValue::operator=(JsonValue&& other) {
     if (&other == this) {
         return *this;
     }
-    // Take what is needed from `other` before replacing this value's cache, which may own it.
-    SharedJson source(other.shared);
+    // Take everything from `other` before replacing this value's cache, which may own it.
+    SharedJson source(SharedJson::Owner(nullptr, &json_node_unref), nullptr);
+    std::swap(source.owner, other.shared.owner);
+    std::swap(source.node, other.shared.node);
     other.shared.reset();
     children = std::move(other.children);
-    if (shared.node == shared.owner.get() && source.owner.get() == shared.owner.get() && children) {
+    if (children && shared.node == shared.owner.get() && source.owner.get() == shared.owner.get()) {
         // `other` lived inside the tree this value is the root of: its cached children hold
         // this root, and json-glib re-initialises only a node that nobody else holds. The
         // children are rebuilt on demand instead.
         children->clear();
     }
-    shared.set(std::move(source));
+    shared.take(source, false);
     return *this;
+}
+
+template <typename T>
+JsonValue& JsonValue::assign_scalar(T value) {
+    // A scalar temporary has no cached children: adopting its cache empties this one, and
+    // releases what the children hold before the node is re-initialised.
+    children.reset();
+    shared.assign(value);
+    return *this;
+}
+
+JsonValue& JsonValue::operator=(const std::string& value) {
+    return assign_scalar(value.c_str());
+}
+
+JsonValue& JsonValue::operator=(const char* value) {
+    return assign_scalar(value);
+}
+
+JsonValue& JsonValue::operator=(double value) {
+    return assign_scalar(value);
+}
+
+JsonValue& JsonValue::operator=(long long value) {
+    return assign_scalar(value);
+}
+
+JsonValue& JsonValue::operator=(int value) {
+    return assign_scalar(static_cast<long long>(value));
+}
+
+JsonValue& JsonValue::operator=(unsigned int value) {
+    return assign_scalar(static_cast<long long>(value));
+}
+
+JsonValue& JsonValue::operator=(bool value) {
+    return assign_scalar(value);
 }
 
 JsonValue JsonValue::Create(const std::string& text) {
@@ -814,7 +919,7 @@ const JsonValue& JsonValue::Null() {
 }
 
 JsonValue::ChildManager& JsonValue::cache() const {
-    // Only a moved-from value lacks a cache; it is a null value and starts a new one.
+    // The cache is made on first use: scalars and temporaries never need one.
     if (!children) {
         children.reset(new ChildManager(shared.type()));
     }
@@ -1089,16 +1194,19 @@ void JsonValue::check_container(JsonType actual, JsonType required) const {
 
 void JsonValue::vivify(JsonType container) {
     shared.init(container);
-    cache().set_type(container);
+    if (children) {
+        children->set_type(container);
+    }
 }
 
 const JsonValue& JsonValue::operator[](const std::string& key) const {
     const JsonType t = type();
     check_container(t, JsonType::Object);
-    if (t == JsonType::Null || !shared.has(key.c_str())) {
+    _JsonNode* member = t == JsonType::Null ? nullptr : shared.find_member(key.c_str());
+    if (member == nullptr) {
         return Null();
     }
-    return cache().get(shared, key);
+    return cache().get(shared, key, member);
 }
 
 JsonValue& JsonValue::operator[](const std::string& key) {
@@ -1107,10 +1215,11 @@ JsonValue& JsonValue::operator[](const std::string& key) {
     if (t == JsonType::Null) {
         vivify(JsonType::Object);
     }
-    if (!shared.has(key.c_str())) {
-        shared.alloc_member(key);
+    _JsonNode* member = shared.find_member(key.c_str());
+    if (member == nullptr) {
+        member = shared.add_null_member(key);
     }
-    return cache().get(shared, key);
+    return cache().get(shared, key, member);
 }
 
 const JsonValue& JsonValue::operator[](unsigned index) const {
@@ -1137,10 +1246,11 @@ JsonValue& JsonValue::operator[](unsigned index) {
 JsonValue JsonValue::get(const std::string& key, const JsonValue& default_value) const {
     const JsonType t = type();
     check_container(t, JsonType::Object);
-    if (t == JsonType::Null || !shared.has(key.c_str())) {
+    _JsonNode* member = t == JsonType::Null ? nullptr : shared.find_member(key.c_str());
+    if (member == nullptr) {
         return JsonValue(default_value);
     }
-    return JsonValue(shared[key].clone());
+    return JsonValue(SharedJson(make_owner(json_node_ref(shared.owner.get())), member).clone());
 }
 
 JsonValue JsonValue::get(unsigned index, const JsonValue& default_value) const {
@@ -1167,7 +1277,9 @@ void JsonValue::append(const JsonValue& value) {
     if (t == JsonType::Null) {
         vivify(JsonType::Array);
     }
-    shared.append(value.shared.clone());
+    // SharedJson::append() on the copy, without refilling the copy that is dropped anyway.
+    SharedJson copy = value.shared.clone();
+    json_array_add_element(json_node_get_array(shared.node), json_node_ref(copy.node));
 }
 
 void JsonValue::resize(unsigned n) {
@@ -1176,7 +1288,9 @@ void JsonValue::resize(unsigned n) {
     if (t == JsonType::Null) {
         vivify(JsonType::Array);
     }
-    cache().resize(n);
+    if (children) {
+        children->resize(n);
+    }
     shared.resize(n);
 }
 
@@ -1187,7 +1301,9 @@ void JsonValue::removeMember(const std::string& key) {
         return;
     }
     shared.remove_member(key);
-    cache().erase(key);
+    if (children) {
+        children->erase(key);
+    }
 }
 
 }  // namespace json
