@@ -757,14 +757,9 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::str
 
 JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::string& key,
                                         _JsonNode* member) const {
-    auto found = members.find(key);
-    if (found != members.end()) {
-        return found->second;
-    }
-    SharedJson child(make_owner(json_node_ref(parent.owner.get())), member);
+    // One lookup of the key: the handle is only kept when the entry is new.
     return members
-        .emplace(std::piecewise_construct, std::forward_as_tuple(key),
-                 std::forward_as_tuple(std::move(child)))
+        .try_emplace(key, SharedJson(make_owner(json_node_ref(parent.owner.get())), member))
         .first->second;
 }
 
