@@ -9,7 +9,7 @@ namespace powermeter {
 // delete the concrete queue through this base with plain deallocation, and queues keep no
 // resources that need their own destructor run that way.
 class IPowerLogQueue {
-public:
+  public:
     // Prepare the queue before the worker starts.
     virtual void Init() = 0;
     // Log one interval: time stamp (seconds since the epoch, 32-bit), energy in Wh, length in s.

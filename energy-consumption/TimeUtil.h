@@ -5,7 +5,7 @@
 namespace powermeter {
 
 class TimeUtil {
-public:
+  public:
     // Seconds since the epoch; logs and returns what time() left (0) when the clock fails.
     static unsigned long GetLinuxTime();
     // True for a time stamp from 2021 on; false for 0.

@@ -1,0 +1,120 @@
+#include "DataFile.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+#include "AppInfoUtil.h"
+
+namespace powermeter {
+
+namespace {
+
+constexpr const char kFileName[] = "energy_log.dat";
+
+}  // namespace
+
+// The data path carries its trailing separator, so the name is appended directly.
+DataFile::DataFile() : path(AppInfoUtil::GetDataPath() + kFileName) {}
+
+DataFile::~DataFile() {
+    close_file();
+}
+
+bool DataFile::IsExist() {
+    return is_exist();
+}
+
+bool DataFile::is_exist() {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+bool DataFile::is_file_symbolic_link() {
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0) {
+        return false;
+    }
+    return S_ISLNK(st.st_mode);
+}
+
+void DataFile::Remove() {
+    close_file();
+    std::remove(path.c_str());
+}
+
+void DataFile::Close() {
+    close_file();
+}
+
+void DataFile::close_file() {
+    if (stream.is_open()) {
+        // A failed close leaves the failure state set and nothing else.
+        stream.close();
+    }
+}
+
+void DataFile::create_file() {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out.is_open()) {
+        throw std::runtime_error("failed to create the date file");
+    }
+    const char zero_count[4] = {0, 0, 0, 0};
+    out.write(zero_count, sizeof(zero_count));
+    out.close();
+}
+
+void DataFile::Open(bool create) {
+    if (create) {
+        create_file();
+    }
+    stream.open(path, std::ios::binary | std::ios::in | std::ios::out);
+    if (!stream.is_open()) {
+        stream.setstate(std::ios::failbit);
+    }
+    throw_exception_when_stream_is_not_opened();
+}
+
+void DataFile::throw_exception_when_stream_is_not_opened() {
+    if (!stream.is_open()) {
+        throw std::runtime_error("the data file is not opened");
+    }
+}
+
+void DataFile::SeekToEnd() {
+    throw_exception_when_stream_is_not_opened();
+    stream.seekg(0, std::ios::end);
+    if (stream.fail() || stream.bad()) {
+        throw std::runtime_error("failed to move to the end of the data file");
+    }
+}
+
+void DataFile::SeekFromBeg(unsigned int position) {
+    throw_exception_when_stream_is_not_opened();
+    stream.seekg(static_cast<std::streamoff>(position), std::ios::beg);
+    if (stream.fail()) {
+        throw std::runtime_error("failed to seekg in the data file");
+    }
+}
+
+void DataFile::Write(char* buffer, unsigned int size) {
+    throw_exception_when_stream_is_not_opened();
+    stream.write(buffer, static_cast<std::streamsize>(size));
+    // Flushed at once so that a failing device is reported by this call rather than lost in
+    // the destructor's close, and so that every write reaches the file in the order issued.
+    stream.flush();
+    if (stream.fail() || stream.bad()) {
+        throw std::runtime_error("failed to wrtie data to the data file");
+    }
+}
+
+void DataFile::Read(char* buffer, unsigned int size) {
+    throw_exception_when_stream_is_not_opened();
+    stream.read(buffer, static_cast<std::streamsize>(size));
+    if (stream.fail() || stream.bad() || stream.gcount() != static_cast<std::streamsize>(size)) {
+        throw std::runtime_error("failed to read data from the data file");
+    }
+}
+
+}  // namespace powermeter

@@ -1,0 +1,41 @@
+// energy_log.dat in the application data directory: create, open, seek, read and write exact
+// byte counts. Every failure is a std::runtime_error with a fixed message. A DataFile is a
+// short-lived local object; its destructor closes the stream.
+#pragma once
+
+#include <fstream>
+#include <string>
+
+namespace powermeter {
+
+class DataFile {
+  public:
+    DataFile();
+    ~DataFile();
+    DataFile(const DataFile&) = delete;
+    DataFile& operator=(const DataFile&) = delete;
+
+    bool IsExist();
+    // Closes the stream and deletes the file; the outcome is not checked.
+    void Remove();
+    // Opens for binary reading and writing without truncation; with `create`, the file is
+    // first (re)created holding a zero count.
+    void Open(bool create);
+    void Close();
+    void SeekToEnd();
+    void SeekFromBeg(unsigned int position);
+    void Write(char* buffer, unsigned int size);
+    void Read(char* buffer, unsigned int size);
+
+  private:
+    bool is_exist();
+    bool is_file_symbolic_link();
+    void create_file();
+    void close_file();
+    void throw_exception_when_stream_is_not_opened();
+
+    std::fstream stream;
+    std::string path;  // data directory (ends in '/') + "energy_log.dat"
+};
+
+}  // namespace powermeter
