@@ -25,16 +25,15 @@ inline bool Register(const char* name, Entry entry) {
 }  // namespace fuzz
 
 #if defined(EC_LIBFUZZER)
-#define FUZZ_TARGET(Name)                                                          \
-    static int Name##_entry(const uint8_t* data, size_t size);                     \
-    extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {      \
-        return Name##_entry(data, size);                                           \
-    }                                                                              \
+#define FUZZ_TARGET(Name)                                                     \
+    static int Name##_entry(const uint8_t* data, size_t size);                \
+    extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { \
+        return Name##_entry(data, size);                                      \
+    }                                                                         \
     static int Name##_entry(const uint8_t* data, size_t size)
 #else
-#define FUZZ_TARGET(Name)                                                          \
-    static int Name##_entry(const uint8_t* data, size_t size);                     \
-    [[maybe_unused]] static const bool Name##_registered =                         \
-        ::fuzz::Register(#Name, &Name##_entry);                                    \
+#define FUZZ_TARGET(Name)                                                                          \
+    static int Name##_entry(const uint8_t* data, size_t size);                                     \
+    [[maybe_unused]] static const bool Name##_registered = ::fuzz::Register(#Name, &Name##_entry); \
     static int Name##_entry(const uint8_t* data, size_t size)
 #endif

@@ -16,7 +16,7 @@ namespace testsupport {
 
 // A fresh directory under /tmp, removed with everything in it on destruction.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -25,7 +25,7 @@ public:
     const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + name; }
 
-private:
+  private:
     std::string path_;
 };
 
@@ -47,7 +47,7 @@ void PutF64(std::vector<uint8_t>& out, double v);
 
 // Resets the simulated TV, its log and the framework host before each test.
 class SimTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
     // Was this message (after the "<file> : <function>(<line>)  " prefix) logged in this test?

@@ -25,7 +25,8 @@ TEST_F(FrameworkHostTest, LoadsPluginAndCallsEntryPoints) {
     EXPECT_NE(info.on_protocol_status, nullptr);
     EXPECT_NE(info.user_data, nullptr);
 
-    EXPECT_TRUE(wexfhost::FireProtocolStatus("test-service", "corvane", WEXF_PROTOCOL_STATUS_READY));
+    EXPECT_TRUE(
+        wexfhost::FireProtocolStatus("test-service", "corvane", WEXF_PROTOCOL_STATUS_READY));
     EXPECT_TRUE(wexfhost::FireGetRequest("test-service"));
     EXPECT_TRUE(wexfhost::FireSetRequest("test-service"));
     EXPECT_TRUE(wexfhost::FireCancelRequest("test-service"));
@@ -37,7 +38,8 @@ TEST_F(FrameworkHostTest, LoadsPluginAndCallsEntryPoints) {
 
     EXPECT_EQ(plugin->Destroy(), 1);
     EXPECT_FALSE(wexfhost::FindService("test-service", nullptr));
-    EXPECT_FALSE(wexfhost::FireProtocolStatus("test-service", "corvane", WEXF_PROTOCOL_STATUS_READY));
+    EXPECT_FALSE(
+        wexfhost::FireProtocolStatus("test-service", "corvane", WEXF_PROTOCOL_STATUS_READY));
 
     auto events = wexfhost::Events();
     ASSERT_EQ(events.size(), 3u);
@@ -57,7 +59,8 @@ TEST_F(FrameworkHostTest, ObserverSeesNotificationsAndFaultsApply) {
     wexfhost::SetFault(wexfhost::Fault::kNone);
 
     std::vector<std::string> seen;
-    wexfhost::SetNotificationObserver([&](const wexfhost::Notification& n) { seen.push_back(n.json); });
+    wexfhost::SetNotificationObserver(
+        [&](const wexfhost::Notification& n) { seen.push_back(n.json); });
     ASSERT_EQ(plugin->Create(), 1);
     wexfhost::FireProtocolStatus("test-service", "other", WEXF_PROTOCOL_STATUS_ERROR);
     wexfhost::SetNotificationObserver(nullptr);

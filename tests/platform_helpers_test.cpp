@@ -49,8 +49,9 @@ TEST_F(AppInfoUtilTest, AppVersion) {
 TEST_F(AppInfoUtilTest, RootPathSuccessAndFailures) {
     tvsim::SetPackageRootPath("pkg", tvsim::Text::Of("/opt/usr/globalapps/pkg"));
     EXPECT_EQ(AppInfoUtil::GetRootPath("pkg"), "/opt/usr/globalapps/pkg");
-    EXPECT_TRUE(Logged(DLOG_INFO, kCommon,
-                       "package_info_get_root_path packageName:pkg  appRootPath[/opt/usr/globalapps/pkg]"));
+    EXPECT_TRUE(
+        Logged(DLOG_INFO, kCommon,
+               "package_info_get_root_path packageName:pkg  appRootPath[/opt/usr/globalapps/pkg]"));
 
     tvsim::FailCall(tvsim::Call::kPackageInfoCreate, -3);
     EXPECT_EQ(AppInfoUtil::GetRootPath("pkg"), "");

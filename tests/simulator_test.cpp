@@ -174,10 +174,12 @@ TEST_F(SimulatorTest, FailedLogCallRecordsNothing) {
 }
 
 TEST_F(SimulatorTest, TimeConversionAgreesWithGmtimeOnBoundaries) {
-    const unsigned long cases[] = {0ul,           1609459199ul /* 2020-12-31 23:59:59 */,
+    const unsigned long cases[] = {0ul,
+                                   1609459199ul /* 2020-12-31 23:59:59 */,
                                    1609459200ul /* 2021-01-01 00:00:00 */,
                                    2147483647ul /* 2038-01-19 03:14:07 */,
-                                   2147483648ul, 951782400ul /* 2000-02-29 */,
+                                   2147483648ul,
+                                   951782400ul /* 2000-02-29 */,
                                    4294967295ul /* 2106-02-07 06:28:15 */};
     for (unsigned long s : cases) {
         TU_PTTime t{};

@@ -25,7 +25,9 @@ using tvsim::internal::GetState;
 
 namespace {
 
-char* Dup(const std::string& s) { return strdup(s.c_str()); }
+char* Dup(const std::string& s) {
+    return strdup(s.c_str());
+}
 
 // Answers a string query from an optional text: 0 with a copy (or NULL), or `missing`.
 int AnswerText(const std::optional<Text>& text, char** out, int missing) {
@@ -230,7 +232,9 @@ int device_power_get_ambient_mode(void) {
     return s.ambient_mode;
 }
 
-char* app_get_data_path(void) { return AppPath(Call::kAppGetDataPath, tvsim::AppPath::kData); }
+char* app_get_data_path(void) {
+    return AppPath(Call::kAppGetDataPath, tvsim::AppPath::kData);
+}
 
 char* app_get_shared_resource_path(void) {
     return AppPath(Call::kAppGetSharedResourcePath, tvsim::AppPath::kSharedResource);

@@ -63,25 +63,44 @@ void WithState(F&& f) {
 
 const char* CallName(Call call) {
     switch (call) {
-        case Call::kDlogPrint: return "dlog_print";
-        case Call::kVconfGetStr: return "vconf_get_str";
-        case Call::kSystemInfoGetValueString: return "system_info_get_value_string";
-        case Call::kSystemInfoGetCustomString: return "system_info_get_custom_string";
-        case Call::kSystemInfoGetCustomInt: return "system_info_get_custom_int";
-        case Call::kSoundGetTvMasterVolume: return "sound_manager_get_tv_master_volume";
-        case Call::kSoundGetSpeakerSelection: return "sound_manager_get_speaker_selection";
-        case Call::kDevicePowerGetState: return "device_power_get_state";
-        case Call::kDevicePowerGetAmbientMode: return "device_power_get_ambient_mode";
-        case Call::kAppGetDataPath: return "app_get_data_path";
-        case Call::kAppGetSharedResourcePath: return "app_get_shared_resource_path";
-        case Call::kAppGetSharedDataPath: return "app_get_shared_data_path";
-        case Call::kAppGetResourcePath: return "app_get_resource_path";
-        case Call::kAppGetId: return "app_get_id";
-        case Call::kAppGetVersion: return "app_get_version";
-        case Call::kPackageInfoCreate: return "package_info_create";
-        case Call::kPackageInfoGetRootPath: return "package_info_get_root_path";
-        case Call::kPackageInfoDestroy: return "package_info_destroy";
-        case Call::kTimeFromSec: return "TU_GetPTTimeFromSec";
+        case Call::kDlogPrint:
+            return "dlog_print";
+        case Call::kVconfGetStr:
+            return "vconf_get_str";
+        case Call::kSystemInfoGetValueString:
+            return "system_info_get_value_string";
+        case Call::kSystemInfoGetCustomString:
+            return "system_info_get_custom_string";
+        case Call::kSystemInfoGetCustomInt:
+            return "system_info_get_custom_int";
+        case Call::kSoundGetTvMasterVolume:
+            return "sound_manager_get_tv_master_volume";
+        case Call::kSoundGetSpeakerSelection:
+            return "sound_manager_get_speaker_selection";
+        case Call::kDevicePowerGetState:
+            return "device_power_get_state";
+        case Call::kDevicePowerGetAmbientMode:
+            return "device_power_get_ambient_mode";
+        case Call::kAppGetDataPath:
+            return "app_get_data_path";
+        case Call::kAppGetSharedResourcePath:
+            return "app_get_shared_resource_path";
+        case Call::kAppGetSharedDataPath:
+            return "app_get_shared_data_path";
+        case Call::kAppGetResourcePath:
+            return "app_get_resource_path";
+        case Call::kAppGetId:
+            return "app_get_id";
+        case Call::kAppGetVersion:
+            return "app_get_version";
+        case Call::kPackageInfoCreate:
+            return "package_info_create";
+        case Call::kPackageInfoGetRootPath:
+            return "package_info_get_root_path";
+        case Call::kPackageInfoDestroy:
+            return "package_info_destroy";
+        case Call::kTimeFromSec:
+            return "TU_GetPTTimeFromSec";
     }
     return "unknown";
 }
@@ -151,7 +170,9 @@ void SetCustomInt(const std::string& key, std::optional<int> value) {
     });
 }
 
-void SetModelYear(std::optional<int> two_digit_year) { SetCustomInt(kTvYearKey, two_digit_year); }
+void SetModelYear(std::optional<int> two_digit_year) {
+    SetCustomInt(kTvYearKey, two_digit_year);
+}
 
 void SetVconf(const std::string& key, std::optional<std::string> value) {
     WithState([&](internal::State& s) {
@@ -232,16 +253,26 @@ std::string LogLine::Message() const {
 
 const char* PriorityName(int priority) {
     switch (priority) {
-        case DLOG_UNKNOWN: return "UNKNOWN";
-        case DLOG_DEFAULT: return "DEFAULT";
-        case DLOG_VERBOSE: return "VERBOSE";
-        case DLOG_DEBUG: return "DEBUG";
-        case DLOG_INFO: return "INFO";
-        case DLOG_WARN: return "WARN";
-        case DLOG_ERROR: return "ERROR";
-        case DLOG_FATAL: return "FATAL";
-        case DLOG_SILENT: return "SILENT";
-        default: return "?";
+        case DLOG_UNKNOWN:
+            return "UNKNOWN";
+        case DLOG_DEFAULT:
+            return "DEFAULT";
+        case DLOG_VERBOSE:
+            return "VERBOSE";
+        case DLOG_DEBUG:
+            return "DEBUG";
+        case DLOG_INFO:
+            return "INFO";
+        case DLOG_WARN:
+            return "WARN";
+        case DLOG_ERROR:
+            return "ERROR";
+        case DLOG_FATAL:
+            return "FATAL";
+        case DLOG_SILENT:
+            return "SILENT";
+        default:
+            return "?";
     }
 }
 
@@ -263,7 +294,9 @@ std::vector<LogLine> LinesSince(uint64_t mark) {
     return out;
 }
 
-std::vector<LogLine> AllLines() { return LinesSince(0); }
+std::vector<LogLine> AllLines() {
+    return LinesSince(0);
+}
 
 size_t CountLogged(int priority, const std::string& tag, const std::string& message,
                    uint64_t mark) {

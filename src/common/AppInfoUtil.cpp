@@ -21,7 +21,9 @@ std::string QueryOut(int (*query)(char**)) {
 
 }  // namespace
 
-std::string AppInfoUtil::GetDataPath() { return common::TakeString(app_get_data_path()); }
+std::string AppInfoUtil::GetDataPath() {
+    return common::TakeString(app_get_data_path());
+}
 
 std::string AppInfoUtil::GetSharedResourcePath() {
     return common::TakeString(app_get_shared_resource_path());
@@ -31,9 +33,13 @@ std::string AppInfoUtil::GetSharedDataPath() {
     return common::TakeString(app_get_shared_data_path());
 }
 
-std::string AppInfoUtil::GetResourcePath() { return common::TakeString(app_get_resource_path()); }
+std::string AppInfoUtil::GetResourcePath() {
+    return common::TakeString(app_get_resource_path());
+}
 
-std::string AppInfoUtil::GetId() { return QueryOut(&app_get_id); }
+std::string AppInfoUtil::GetId() {
+    return QueryOut(&app_get_id);
+}
 
 std::string AppInfoUtil::GetAppVersion() {
     char* text = nullptr;

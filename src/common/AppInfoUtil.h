@@ -4,7 +4,7 @@
 #include <string>
 
 class AppInfoUtil {
-public:
+  public:
     // Each returns the platform's text unchanged (a directory ends in "/"), or "" when the
     // platform has none. They never throw.
     static std::string GetDataPath();

@@ -6,7 +6,7 @@
 #include <string>
 
 class SystemInfoUtil {
-public:
+  public:
     static bool getStringFromSystemInfo(system_info_key_e key, std::string& out);
     static std::string GetLocaleSet();
     // Two-digit model year, or -1 when it cannot be read.

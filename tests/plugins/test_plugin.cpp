@@ -35,8 +35,8 @@ extern "C" __attribute__((visibility("default"))) int CreatePlugin() {
     wexf_string_t name, description;
     wexf_string_new(&name, "test-service", std::strlen("test-service"));
     wexf_string_new(&description, "service for tests", std::strlen("service for tests"));
-    g_service = wexf_service_create(name, description, OnStatus, OnGet, OnSet, OnCancel,
-                                    &g_user_data);
+    g_service =
+        wexf_service_create(name, description, OnStatus, OnGet, OnSet, OnCancel, &g_user_data);
     return g_service != nullptr ? 1 : 0;
 }
 

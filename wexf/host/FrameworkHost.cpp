@@ -259,9 +259,13 @@ std::unique_ptr<Plugin> Plugin::Load(const std::string& path, std::string* error
                                               reinterpret_cast<int (*)()>(destroy)));
 }
 
-int Plugin::Create() { return create_(); }
+int Plugin::Create() {
+    return create_();
+}
 
-int Plugin::Destroy() { return destroy_(); }
+int Plugin::Destroy() {
+    return destroy_();
+}
 
 }  // namespace wexfhost
 
@@ -348,8 +352,8 @@ int wexf_property_list_push_property(wexf_property_list_h list, wexf_property_h 
     std::lock_guard<std::mutex> lock(s.mutex);
     auto it = std::find_if(s.loose_properties.begin(), s.loose_properties.end(),
                            [&](const auto& p) { return p.get() == property; });
-    bool list_known = std::any_of(s.lists.begin(), s.lists.end(),
-                                  [&](const auto& p) { return p.get() == list; });
+    bool list_known =
+        std::any_of(s.lists.begin(), s.lists.end(), [&](const auto& p) { return p.get() == list; });
     if (it == s.loose_properties.end() || !list_known) {
         return -EINVAL;
     }

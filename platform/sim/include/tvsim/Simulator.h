@@ -63,9 +63,9 @@ void Reset();
 
 // System information.
 void SetSystemInfoString(int key, std::optional<Text> text);  // std::nullopt clears the key
-void SetModelName(std::optional<std::string> name);          // key 0
-void SetPanelType(std::optional<std::string> panel);         // key 74
-void SetLocaleSet(std::optional<std::string> locale);        // key 90
+void SetModelName(std::optional<std::string> name);           // key 0
+void SetPanelType(std::optional<std::string> panel);          // key 74
+void SetLocaleSet(std::optional<std::string> locale);         // key 90
 void SetCustomString(const std::string& key, std::optional<Text> text);
 void SetCustomInt(const std::string& key, std::optional<int> value);
 void SetModelYear(std::optional<int> two_digit_year);  // "com.veltrix/featureconf/product.tv_year"

@@ -70,7 +70,7 @@ bool FireCancelRequest(const std::string& service);
 
 // A plug-in library loaded with dlopen; unloaded (dlclose) on destruction.
 class Plugin {
-public:
+  public:
     // Loads the library at `path` and looks up CreatePlugin and DestroyPlugin by name.
     // On failure returns null and sets *error to a one-line message with dlerror()'s text.
     static std::unique_ptr<Plugin> Load(const std::string& path, std::string* error);
@@ -83,7 +83,7 @@ public:
     const std::string& path() const { return path_; }
     void* handle() const { return handle_; }
 
-private:
+  private:
     Plugin(std::string path, void* handle, int (*create)(), int (*destroy)());
     std::string path_;
     void* handle_;

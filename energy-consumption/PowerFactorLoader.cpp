@@ -1,0 +1,199 @@
+#include "PowerFactorLoader.h"
+
+#include <fstream>
+#include <stdexcept>
+
+#include "AppInfoUtil.h"
+#include "CString.h"
+#include "Log.h"
+
+namespace powermeter {
+
+namespace {
+
+constexpr const char kFallbackDirectory[] =
+    "/opt/usr/apps/com.veltrix.tv.wex-framework/shared/res/";
+constexpr const char kDataFileName[] = "energy_factors.dat";
+
+}  // namespace
+
+bool PowerFactorLoader::Load(PowerFactors& out) {
+    std::string panel;
+    if (!get_panel_type(panel)) {
+        ELOGE("[Energy] Failed to get panel type");
+        return false;
+    }
+    std::string sw;
+    if (!get_sw_model(sw)) {
+        ELOGE("[Energy] Failed to get sw model");
+        return false;
+    }
+    return Load(panel, sw, out);
+}
+
+bool PowerFactorLoader::Load(const std::string& panel_type, const std::string& sw_model,
+                             PowerFactors& out) {
+    if (!validate_panel_type(panel_type)) {
+        ELOGE("[Energy] Invalid Panel Type");
+        return false;
+    }
+    std::vector<PowerFactors> candidates = make_candidates(sw_model);
+    if (candidates.empty()) {
+        ELOGE("[Energy] No matched SW Model");
+        return false;
+    }
+    return find_one_with_panel_type(candidates, panel_type, out);
+}
+
+std::vector<PowerFactors> PowerFactorLoader::make_candidates(const std::string& sw_model) {
+    ELOGI("[Energy] Find a power factors for %s", sw_model.c_str());
+    std::vector<PowerFactors> candidates;
+    const std::string path = get_data_file_path();
+    std::ifstream in(path);
+    if (!in.is_open()) {
+        ELOGE("[Energy] Cannot open to %s", path.c_str());
+        return candidates;
+    }
+    std::getline(in, version_);
+    print_version();
+    std::string line;
+    while (std::getline(in, line)) {
+        PowerFactors row;
+        if (row.Parse(line) && row.IsSameSWModel(sw_model)) {
+            candidates.push_back(row);
+            ELOGD("[Energy] candidate panel type");
+            row.PrintInfo();
+        }
+    }
+    return candidates;
+}
+
+bool PowerFactorLoader::find_one_with_panel_type(std::vector<PowerFactors>& candidates,
+                                                 const std::string& panel_type, PowerFactors& out) {
+    ELOGE("[Energy] Find a power factors for %s", panel_type.c_str());
+    if (find_same_panel_type(candidates, panel_type, out)) {
+        return true;
+    }
+    if (find_similar_panel_type(candidates, panel_type, out)) {
+        return true;
+    }
+    ELOGE("[Energy] there is no proper factors");
+    return false;
+}
+
+bool PowerFactorLoader::find_same_panel_type(std::vector<PowerFactors>& candidates,
+                                             const std::string& panel_type, PowerFactors& out) {
+    for (const PowerFactors& candidate : candidates) {
+        if (candidate.IsSamePanelType(panel_type)) {
+            out = candidate;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool PowerFactorLoader::find_similar_panel_type(std::vector<PowerFactors>& candidates,
+                                                const std::string& panel_type, PowerFactors& out) {
+    for (const PowerFactors& candidate : candidates) {
+        if (candidate.IsSimilarPanelType(panel_type)) {
+            out = candidate;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool PowerFactorLoader::find_one_with_panel_type(const std::string& panel_type, PowerFactors& out) {
+    ELOGI("[Energy] Find a power factors for %s", panel_type.c_str());
+    const std::string path = get_data_file_path();
+    std::ifstream in(path);
+    if (!in.is_open()) {
+        ELOGE("[Energy] Cannot open to %s", path.c_str());
+        return false;
+    }
+    std::getline(in, version_);
+    print_version();
+    PowerFactors similar;
+    bool have_similar = false;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (!out.Parse(line)) {
+            continue;
+        }
+        if (out.IsSamePanelType(panel_type)) {
+            return true;
+        }
+        if (!have_similar && out.IsSimilarPanelType(panel_type)) {
+            similar = out;
+            have_similar = true;
+        }
+    }
+    out = similar;
+    return out.IsValid();
+}
+
+bool PowerFactorLoader::get_sw_model(std::string& sw) {
+    try {
+        sw = get_system_info(SYSTEM_INFO_KEY_MODEL, "sw model");
+    } catch (const std::runtime_error& e) {
+        ELOGE("[Energy] %s", e.what());
+        return false;
+    }
+    ELOGI("[Energy] SW Model: %s", sw.c_str());
+    return true;
+}
+
+bool PowerFactorLoader::get_panel_type(std::string& panel) {
+    try {
+        panel = get_system_info(SYSTEM_INFO_KEY_PANEL_TYPE_STRING, "panel type");
+    } catch (const std::runtime_error& e) {
+        ELOGE("[Energy] %s", e.what());
+        return false;
+    }
+    ELOGI("[Energy] Panel Type: %s", panel.c_str());
+    return true;
+}
+
+std::string PowerFactorLoader::get_system_info(system_info_key_e key, const char* label) {
+    char* value = nullptr;
+    const int code = system_info_get_value_string(key, &value);
+    std::string text = common::TakeString(value);
+    if (code != SYSTEM_INFO_ERROR_NONE) {
+        throw std::runtime_error(make_error_msg(label, code));
+    }
+    return text;
+}
+
+std::string PowerFactorLoader::get_system_info(const char* key) {
+    char* value = nullptr;
+    const int code = system_info_get_custom_string(key, &value);
+    std::string text = common::TakeString(value);
+    if (code != SYSTEM_INFO_ERROR_NONE) {
+        throw std::runtime_error(make_error_msg(key, code));
+    }
+    return text;
+}
+
+std::string PowerFactorLoader::make_error_msg(const char* label, int code) {
+    return std::string("fail to get ") + label + ": " + std::to_string(code);
+}
+
+std::string PowerFactorLoader::get_data_file_path() {
+    const std::string dir = AppInfoUtil::GetSharedResourcePath();
+    ELOGD("[Energy] data file path %s", dir.c_str());
+    return (dir.empty() ? std::string(kFallbackDirectory) : dir) + kDataFileName;
+}
+
+bool PowerFactorLoader::validate_panel_type(const std::string& p) {
+    return p.size() > 8;
+}
+
+void PowerFactorLoader::PrintVersion() const {
+    print_version();
+}
+
+void PowerFactorLoader::print_version() const {
+    ELOGI("[Energy] Data File Version: %s", version_.c_str());
+}
+
+}  // namespace powermeter

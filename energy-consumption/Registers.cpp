@@ -1,0 +1,86 @@
+#include "Registers.h"
+
+#include <vconf.h>
+
+#include <climits>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "CString.h"
+#include "Log.h"
+#include "SharedJson.h"
+
+namespace powermeter {
+
+namespace {
+
+constexpr const char kVconfKey[] = "memory/ave/powerconsumption";
+
+// The set's long is 32 bits wide: strtol saturates there, so do the same on a 64-bit host.
+int32_t to_int32(long value) {
+    if (value > INT32_MAX) {
+        return INT32_MAX;
+    }
+    if (value < INT32_MIN) {
+        return INT32_MIN;
+    }
+    return static_cast<int32_t>(value);
+}
+
+}  // namespace
+
+Registers::Registers()
+    : names_{"ANA", "DutySum", "APL", "BLOSD", "RESOLUTION", "PC", "HDR", "IDS", "TEMP"} {
+    for (int32_t& v : values_) {
+        v = kNotAvailable;
+    }
+}
+
+void Registers::Refresh() {
+    for (int32_t& v : values_) {
+        v = kNotAvailable;
+    }
+    parse(read_vconf());
+}
+
+std::string Registers::read_vconf() {
+    char* value = vconf_get_str(kVconfKey);
+    std::string text;
+    if (value == nullptr) {
+        ELOGE("[ENERGY] failed to get vconf: %s", kVconfKey);
+        text = "-";
+    } else {
+        text = common::TakeString(value);
+    }
+    ELOGD("[ENERGY] %s: %s", kVconfKey, text.c_str());
+    return text;
+}
+
+void Registers::parse(const std::string& text) {
+    if (text == "-") {
+        return;
+    }
+    const common::json::JsonValue json = common::json::JsonValue::Create(text);
+    if (json.isNull()) {
+        return;
+    }
+    for (int i = 0; i < kCount; ++i) {
+        if (json.isMember(names_[i])) {
+            const std::string member = json[names_[i]].asString();
+            values_[i] = to_int32(std::strtol(member.c_str(), nullptr, 10));
+        }
+    }
+}
+
+bool Registers::IsAvailable(_SYSTEMREGISTER r) const {
+    return values_[r] != kNotAvailable;
+}
+
+int Registers::Value(_SYSTEMREGISTER r) const {
+    if (!IsAvailable(r)) {
+        throw std::runtime_error(names_[r] + " is not available");
+    }
+    return values_[r];
+}
+
+}  // namespace powermeter
