@@ -32,7 +32,8 @@ void EnergyService::Init() {
     ELOGI("Energy Consumption Plugin Init");
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
     const wexf_string_t name = make_string(kServiceName, std::strlen(kServiceName));
-    const wexf_string_t description = make_string(kServiceDescription, std::strlen(kServiceDescription));
+    const wexf_string_t description =
+        make_string(kServiceDescription, std::strlen(kServiceDescription));
     // A handle from an earlier Init is overwritten, not looked at.
     m_handle = wexf_service_create(name, description, protocolStatusCallback, getRequestCallback,
                                    setRequestCallback, cancelRequestCallback, this);
@@ -40,7 +41,9 @@ void EnergyService::Init() {
         ELOGI("Fail to create service");
         return;
     }
-    const PowerMeter::NotifyFunction notify = [this](const std::string& json) { this->notify(json); };
+    const PowerMeter::NotifyFunction notify = [this](const std::string& json) {
+        this->notify(json);
+    };
     // A meter that cannot start leaves the service registered without metering.
     PowerMeter::GetInstance()->Start(notify);
 }
@@ -58,11 +61,17 @@ void EnergyService::Deinit() {
     wexf_service_destroy(m_handle);
 }
 
-bool EnergyService::IsAvailable() { return PowerMeter::GetInstance()->IsAvailable(); }
+bool EnergyService::IsAvailable() {
+    return PowerMeter::GetInstance()->IsAvailable();
+}
 
-bool EnergyService::isReadyToNotify() { return m_ready; }
+bool EnergyService::isReadyToNotify() {
+    return m_ready;
+}
 
-void EnergyService::setReadyFlag(bool ready) { m_ready = ready; }
+void EnergyService::setReadyFlag(bool ready) {
+    m_ready = ready;
+}
 
 void EnergyService::protocolStatusCallback(wexf_service_h /*service*/, wexf_string_t protocol,
                                            wexf_protocol_status_e status, void* user_data) {
@@ -82,18 +91,20 @@ void EnergyService::protocolStatusCallback(wexf_service_h /*service*/, wexf_stri
     }
 }
 
-void EnergyService::getRequestCallback(wexf_service_h /*service*/, wexf_transaction_h /*transaction*/,
+void EnergyService::getRequestCallback(wexf_service_h /*service*/,
+                                       wexf_transaction_h /*transaction*/,
                                        wexf_property_list_h /*properties*/, void* /*user_data*/) {
     ELOGI("NOT USED");
 }
 
-void EnergyService::setRequestCallback(wexf_service_h /*service*/, wexf_transaction_h /*transaction*/,
+void EnergyService::setRequestCallback(wexf_service_h /*service*/,
+                                       wexf_transaction_h /*transaction*/,
                                        wexf_property_list_h /*properties*/, void* /*user_data*/) {
     ELOGI("NOT USED");
 }
 
-void EnergyService::cancelRequestCallback(wexf_service_h /*service*/, wexf_transaction_h /*transaction*/,
-                                          void* /*user_data*/) {
+void EnergyService::cancelRequestCallback(wexf_service_h /*service*/,
+                                          wexf_transaction_h /*transaction*/, void* /*user_data*/) {
     ELOGI("NOT USED");
 }
 

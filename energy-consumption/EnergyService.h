@@ -10,7 +10,7 @@
 namespace powermeter {
 
 class EnergyService {
-public:
+  public:
     static EnergyService& GetInstance();
 
     EnergyService(const EnergyService&) = delete;
@@ -32,7 +32,7 @@ public:
     static void cancelRequestCallback(wexf_service_h service, wexf_transaction_h transaction,
                                       void* user_data);
 
-private:
+  private:
     EnergyService() = default;
 
     bool isReadyToNotify();

@@ -34,7 +34,9 @@ void delete_simple_queue(IPowerLogQueue* queue) {
 }
 
 // Processor ticks between two clock() readings, printed with %d.
-int elapsed_ticks(std::clock_t since) { return static_cast<int>(std::clock() - since); }
+int elapsed_ticks(std::clock_t since) {
+    return static_cast<int>(std::clock() - since);
+}
 
 }  // namespace
 
@@ -79,9 +81,13 @@ void PowerMeter::Stop() {
     terminate_thread();
 }
 
-bool PowerMeter::IsStarted() { return m_started.load(); }
+bool PowerMeter::IsStarted() {
+    return m_started.load();
+}
 
-bool PowerMeter::IsAvailable() { return m_calculator.Init(); }
+bool PowerMeter::IsAvailable() {
+    return m_calculator.Init();
+}
 
 bool PowerMeter::create_thread() {
     const std::clock_t start = std::clock();
@@ -115,7 +121,9 @@ void PowerMeter::terminate_thread() {
     ELOGI("[Energy] elaspsed time to terminate PowerMeter thread %d", elapsed_ticks(start));
 }
 
-void PowerMeter::add_accumulated_power(double energy) { m_accumulated_power += energy; }
+void PowerMeter::add_accumulated_power(double energy) {
+    m_accumulated_power += energy;
+}
 
 void PowerMeter::reset_accumulated_power() {
     m_accumulated_power = 0.0;
@@ -126,19 +134,25 @@ void PowerMeter::run() {
     while (m_started.load()) {
         std::unique_lock<std::mutex> lock(m_mutex);
         try {
-            ELOGI("===================================%ld============================================",
-                  static_cast<long>(g_turn));
+            ELOGI(
+                "===================================%ld==========================================="
+                "=",
+                static_cast<long>(g_turn));
             ++g_turn;
             m_calculator.Calculate();
             // Always the nominal 10 s, not the time actually spent since the last turn.
-            m_instantaneous_power = m_calculator.PowerConsumption() * kNominalInterval / kSecondsPerHour;
+            m_instantaneous_power =
+                m_calculator.PowerConsumption() * kNominalInterval / kSecondsPerHour;
             if (m_instantaneous_power > kPlausibilityLimit) {
-                ELOGE("[Energy] !!!WARNING:: Invalid Instantaneous Power: %lf, so makes it 0", m_instantaneous_power);
+                ELOGE("[Energy] !!!WARNING:: Invalid Instantaneous Power: %lf, so makes it 0",
+                      m_instantaneous_power);
                 m_instantaneous_power = 0.0;
             }
             add_accumulated_power(m_instantaneous_power);
             print();
-            ELOGI("====================================================================================");
+            ELOGI(
+                "=================================================================================="
+                "==");
             m_queue->Add(m_calculator.Time(), m_instantaneous_power, kQueueInterval);
             if (m_queue->IsUploadRequired()) {
                 ELOGI("[Energy] !!! UPLOAD NOW");
@@ -159,7 +173,8 @@ void PowerMeter::run() {
 void PowerMeter::print() {
     ELOGI("[Energy] Calculated Power Consumption: %lf (W/h)", m_calculator.PowerConsumption());
     ELOGI("[Energy] Instantaneous Power: %lf", m_instantaneous_power);
-    const std::string label = "Accumulated Power: " + std::to_string(m_accumulated_power) + " from ";
+    const std::string label =
+        "Accumulated Power: " + std::to_string(m_accumulated_power) + " from ";
     TimeUtil::PrintTime(m_accumulated_since, label.c_str());
 }
 

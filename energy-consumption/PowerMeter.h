@@ -18,7 +18,7 @@
 namespace powermeter {
 
 class PowerMeter {
-public:
+  public:
     using NotifyFunction = std::function<void(const std::string&)>;
 
     // The one meter, created on first use; callers never delete it.
@@ -37,7 +37,7 @@ public:
     // Whether the calculator can be initialised (initialises it as a side effect).
     bool IsAvailable();
 
-private:
+  private:
     // Lets unit tests read the running total.
     friend class PowerMeterTestPeer;
 

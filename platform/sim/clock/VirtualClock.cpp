@@ -47,7 +47,8 @@ ClockGetTimeFn real_clock_gettime() {
     return fn;
 }
 ClockWaitFn real_clockwait() {
-    static const ClockWaitFn fn = reinterpret_cast<ClockWaitFn>(next_symbol("pthread_cond_clockwait"));
+    static const ClockWaitFn fn =
+        reinterpret_cast<ClockWaitFn>(next_symbol("pthread_cond_clockwait"));
     return fn;
 }
 
@@ -122,13 +123,13 @@ uint64_t g_wait_count = 0;
 std::vector<Parked> g_parked;
 
 class Lock {
-public:
+  public:
     explicit Lock(pthread_mutex_t* m) : m_(m) { pthread_mutex_lock(m_); }
     ~Lock() { pthread_mutex_unlock(m_); }
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
-private:
+  private:
     pthread_mutex_t* m_;
 };
 
@@ -154,14 +155,17 @@ void reanchor_locked(int64_t elapsed) {
 }
 
 // Moves virtual time forward to `elapsed` (never backwards).
-void advance_to_locked(int64_t elapsed) { reanchor_locked(std::max(elapsed_locked(), elapsed)); }
+void advance_to_locked(int64_t elapsed) {
+    reanchor_locked(std::max(elapsed_locked(), elapsed));
+}
 
 int64_t base_locked(Base base) {
     return base == Base::kRealtime ? g_realtime_base : g_monotonic_base;
 }
 
 bool remove_parked_locked(uint64_t id) {
-    auto it = std::find_if(g_parked.begin(), g_parked.end(), [id](const Parked& p) { return p.id == id; });
+    auto it = std::find_if(g_parked.begin(), g_parked.end(),
+                           [id](const Parked& p) { return p.id == id; });
     if (it == g_parked.end()) {
         return false;
     }
@@ -194,7 +198,8 @@ void release_parked(bool all) {
     }
 }
 
-int virtual_wait(pthread_cond_t* cond, pthread_mutex_t* mutex, Base base, const struct timespec* abstime) {
+int virtual_wait(pthread_cond_t* cond, pthread_mutex_t* mutex, Base base,
+                 const struct timespec* abstime) {
     pthread_mutex_lock(&g_mutex);
     const int64_t deadline = to_nanos(*abstime) - base_locked(base);
     ++g_wait_count;
@@ -260,7 +265,8 @@ int64_t virtual_now(Base base) {
 
 void Enable(int64_t start_epoch_seconds) {
     Lock lock(&g_mutex);
-    const int64_t monotonic_now = g_enabled.load() ? g_monotonic_base + elapsed_locked() : real_monotonic();
+    const int64_t monotonic_now =
+        g_enabled.load() ? g_monotonic_base + elapsed_locked() : real_monotonic();
     g_monotonic_base = monotonic_now;
     g_realtime_base = start_epoch_seconds * kNanosPerSecond;
     g_speed = 0.0;
@@ -278,7 +284,9 @@ void Disable() {
     release_parked(true);
 }
 
-bool IsEnabled() { return g_enabled.load(); }
+bool IsEnabled() {
+    return g_enabled.load();
+}
 
 void SetSpeed(double speed) {
     Lock lock(&g_mutex);
@@ -371,8 +379,8 @@ VCLOCK_EXPORT int clock_gettime(clockid_t clock, struct timespec* ts) noexcept {
     return 0;
 }
 
-VCLOCK_EXPORT int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
-                                         const struct timespec* abstime) {
+VCLOCK_EXPORT int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex,
+                                         clockid_t clock, const struct timespec* abstime) {
     const vclock::Base base = vclock::base_of(clock);
     if (base == vclock::Base::kNone || !vclock::g_enabled.load(std::memory_order_acquire)) {
         return vclock::real_clockwait()(cond, mutex, clock, abstime);

@@ -57,12 +57,16 @@ void SetSpeed(double speed);
 
 // Virtual CLOCK_REALTIME in nanoseconds since the epoch (the real one while disabled).
 int64_t NowNanos();
-inline int64_t NowSeconds() { return NowNanos() / kNanosPerSecond; }
+inline int64_t NowSeconds() {
+    return NowNanos() / kNanosPerSecond;
+}
 
 // Caps virtual time at `epoch_nanos`; waits with later deadlines park. Raising the limit
 // releases the parked waits it now covers. SetLimitSeconds is the same in whole seconds.
 void SetLimit(int64_t epoch_nanos);
-inline void SetLimitSeconds(int64_t epoch_seconds) { SetLimit(epoch_seconds * kNanosPerSecond); }
+inline void SetLimitSeconds(int64_t epoch_seconds) {
+    SetLimit(epoch_seconds * kNanosPerSecond);
+}
 // No limit (the default after Enable).
 void ClearLimit();
 
