@@ -93,13 +93,12 @@ std::vector<std::string> EngineTest::AccumulatedTexts() const {
     return out;
 }
 
-std::string EngineTest::LineOf(const std::string& message) const {
-    for (const auto& line : tvsim::LinesSince(mark_)) {
-        if (line.Message() == message) {
-            return line.text;
-        }
+size_t EngineTest::CountPrefix(const std::string& prefix) const {
+    size_t count = 0;
+    for (const std::string& message : Messages(kTag)) {
+        count += message.rfind(prefix, 0) == 0 ? 1 : 0;
     }
-    return "";
+    return count;
 }
 
 void PluginTest::SetUp() {

@@ -52,8 +52,8 @@ class EngineTest : public testsupport::SimTest {
     std::vector<long> TurnNumbers() const;
     // The accumulated energy printed at the end of each successful turn, as text.
     std::vector<std::string> AccumulatedTexts() const;
-    // The whole log line (with its prefix) of the first line whose message is `message`.
-    std::string LineOf(const std::string& message) const;
+    // Number of messages of this test (any priority) that begin with `prefix`.
+    size_t CountPrefix(const std::string& prefix) const;
 
     Row row_;
     testsupport::TempDir data_;
