@@ -151,9 +151,12 @@ TEST_P(FrameworkFaultTest, AThrowingFrameworkCallIsCaughtInTheNotifyAndTheQueueS
     EXPECT_EQ(Destroy(), 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(NotifyAndProperty, FrameworkFaultTest,
-                         ::testing::Values(wexfhost::Fault::kNotifyThrows,
-                                           wexfhost::Fault::kPropertyThrows));
+INSTANTIATE_TEST_SUITE_P(
+    NotifyAndProperty, FrameworkFaultTest,
+    ::testing::Values(wexfhost::Fault::kNotifyThrows, wexfhost::Fault::kPropertyThrows),
+    [](const ::testing::TestParamInfo<wexfhost::Fault>& info) {
+        return std::string(info.param == wexfhost::Fault::kNotifyThrows ? "Notify" : "Property");
+    });
 
 }  // namespace
 }  // namespace enginetest

@@ -15,6 +15,8 @@ class PluginPathTest : public PluginTest {};
 
 TEST_F(PluginPathTest, RegistersTheServiceWithItsFourCallbacksInOrder) {
     ASSERT_EQ(Create(), 1);
+    // Stopping mid-turn would lose the wake-up and leave the worker parked at the limit.
+    ASSERT_TRUE(vclock::WaitUntilParked());
     wexfhost::ServiceInfo info;
     ASSERT_TRUE(wexfhost::FindService(kService, &info));
     EXPECT_EQ(info.description, "energy consumption service plugin");

@@ -16,6 +16,12 @@ class PluginStressTest : public PluginTest {};
 
 TEST_F(PluginStressTest, ThousandCreateDestroyCyclesWhileStatusReportsArrive) {
     tvsim::SetLogRetention(1000);
+    std::atomic<long> uploads{0};
+    tvsim::SetLogObserver([&](const tvsim::LogLine& line) {
+        if (line.Message() == "[Energy] !!! UPLOAD NOW") {
+            ++uploads;
+        }
+    });
     vclock::ClearLimit();  // the worker runs its turns as fast as it can
     std::atomic<bool> done{false};
     std::atomic<long> reports{0};
@@ -28,8 +34,19 @@ TEST_F(PluginStressTest, ThousandCreateDestroyCyclesWhileStatusReportsArrive) {
     });
     constexpr int kCycles = 1000;
     for (int i = 0; i < kCycles; ++i) {
+        // Every 25th worker runs 101 turns, so that it uploads while status reports arrive.
+        const bool long_run = i % 25 == 0;
+        if (long_run) {
+            vclock::SetLimitSeconds(vclock::NowSeconds() + 1000);
+        }
         ASSERT_EQ(Create(), 1);
+        if (long_run) {
+            ASSERT_TRUE(vclock::WaitUntilParked());
+        }
         ASSERT_EQ(Destroy(), 1);
+        if (long_run) {
+            vclock::ClearLimit();
+        }
     }
     done = true;
     reporter.join();
@@ -50,6 +67,8 @@ TEST_F(PluginStressTest, ThousandCreateDestroyCyclesWhileStatusReportsArrive) {
     EXPECT_TRUE(wexfhost::Services().empty());
     EXPECT_EQ(vclock::ParkedCount(), 0);
     EXPECT_GT(reports.load(), 0);
+    tvsim::SetLogObserver(nullptr);
+    EXPECT_GE(uploads.load(), kCycles / 25);
 }
 
 }  // namespace

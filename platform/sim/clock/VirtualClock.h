@@ -34,7 +34,9 @@
 // Caveats. The clock is process-wide: every timed wait on pthread_cond_clockwait in the
 // process (std::condition_variable::wait_for/wait_until on steady_clock) is a virtual wait and
 // moves virtual time. While the clock is enabled, keep timed waits to the thread under test;
-// use WaitUntilParked to synchronise with it. pthread_cond_timedwait is not interposed.
+// use WaitUntilParked to synchronise with it. A notify that finds nobody waiting is lost as on
+// the real clock; with a limit the waiter then parks instead of timing out, so stop a worker
+// after WaitUntilParked or with the limit cleared. pthread_cond_timedwait is not interposed.
 // SetLimit locks the mutex of every wait it releases; that mutex must still exist.
 #pragma once
 
