@@ -33,7 +33,7 @@ void EngineTest::SetUp() {
     tvsim::SetSpeakerSelection(1);  // an external output: no speaker term
     tvsim::SetPowerState(0);
     WriteFactors(row_);
-    SetRegisters(700, 1080);
+    SetRegisters(kAna, 1080);
     vclock::Enable(kStart);
     vclock::SetLimitSeconds(kStart);  // the first turn runs, then the worker parks
 }
@@ -109,15 +109,22 @@ void PluginTest::SetUp() {
 }
 
 void PluginTest::TearDown() {
+    if (created_) {
+        // A test that stopped half-way: stop the worker before the library goes away.
+        vclock::ClearLimit();
+        Destroy();
+    }
     plugin_.reset();
     EngineTest::TearDown();
 }
 
 int PluginTest::Create() {
+    created_ = true;
     return plugin_->Create();
 }
 
 int PluginTest::Destroy() {
+    created_ = false;
     return plugin_->Destroy();
 }
 

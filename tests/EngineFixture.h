@@ -18,6 +18,9 @@ constexpr char kTag[] = "ENERGY_SERVICE";
 constexpr char kService[] = "energy-consumption";
 constexpr char kModel[] = "VXTEST55";
 constexpr char kPanel[] = "PT55TEST01";
+// The default backlight level. 139.3 W is a power whose turn energy depends on the order of
+// W * 10 / 3600 in the last bit, so exact comparisons catch a reordered conversion.
+constexpr int kAna = 693;
 
 // The factors of a type-4 backlight row, the simplest formula: with the speaker off and the
 // set on, watts = ANA * compensate + cell * k + main * k, k = 1.1 above 1080 lines, else 1.0.
@@ -73,6 +76,7 @@ class PluginTest : public EngineTest {
     std::vector<std::string> Reports() const;
 
     std::unique_ptr<wexfhost::Plugin> plugin_;
+    bool created_ = false;  // Create called and not yet followed by Destroy
 };
 
 }  // namespace enginetest

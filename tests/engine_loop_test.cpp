@@ -19,7 +19,7 @@ class EngineLoopTest : public PluginTest {
         }
         return sum;
     }
-    const double watts_ = Watts(Row{}, 700, 1080);
+    const double watts_ = Watts(Row{}, kAna, 1080);
 };
 
 TEST_F(EngineLoopTest, UploadBeforeTheProtocolIsReadyIsDroppedAndNotRetried) {
@@ -111,7 +111,7 @@ TEST_F(EngineLoopTest, ImplausiblePowerCountsAsZeroButIsStillQueuedAndNegativePo
 }
 
 TEST_F(EngineLoopTest, ACalculatorThatThrowsIsLoggedAndRetriedAfterTheFullWait) {
-    SetRegistersText("{\"ANA\":\"700\",\"DutySum\":\"300\"}");
+    SetRegistersText("{\"ANA\":\"693\",\"DutySum\":\"300\"}");
     ASSERT_EQ(Create(), 1);
     ASSERT_TRUE(Ready());
     ASSERT_TRUE(vclock::WaitUntilParked());
@@ -122,7 +122,7 @@ TEST_F(EngineLoopTest, ACalculatorThatThrowsIsLoggedAndRetriedAfterTheFullWait) 
     EXPECT_EQ(vclock::ParkedCount(), 1);
     EXPECT_EQ(TurnNumbers(), std::vector<long>{0});
 
-    SetRegisters(700, 1080);
+    SetRegisters(kAna, 1080);
     RunTo(10);
     EXPECT_EQ(TurnNumbers(), (std::vector<long>{0, 1}));
     EXPECT_EQ(AccumulatedTexts(), std::vector<std::string>{std::to_string(TurnEnergy(watts_))});

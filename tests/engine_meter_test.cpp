@@ -93,7 +93,7 @@ TEST_F(PowerMeterTest, SecondStartIsRefusedAndTheFirstWorkerRunsOn) {
 }
 
 TEST_F(PowerMeterTest, RestartCountsOnButTotalsAfresh) {
-    const double energy = TurnEnergy(Watts(row_, 700, 1080));
+    const double energy = TurnEnergy(Watts(row_, kAna, 1080));
     ASSERT_TRUE(meter_->Start(notify_));
     RunTo(20);
     meter_->Stop();
@@ -133,10 +133,10 @@ TEST_F(PowerMeterTest, NotifyGetsTheQueueTextOnTheWorkerWithTheLoopMutexHeld) {
     ASSERT_EQ(sent_.size(), 1u);
     double sum = 0.0;
     for (int turn = 0; turn < 91; ++turn) {
-        sum += TurnEnergy(Watts(row_, 700, 1080));
+        sum += TurnEnergy(Watts(row_, kAna, 1080));
     }
     EXPECT_EQ(sent_[0], Report(sum, kStart));
-    EXPECT_DOUBLE_EQ(Peer::Accumulated(), sum);
+    EXPECT_EQ(Peer::Accumulated(), sum);
 }
 
 class EnergyServiceCallbackTest : public testsupport::SimTest {};

@@ -83,7 +83,7 @@ TEST_F(PluginLifecycleTest, RestartKeepsCountingTurnsAndTheReadyFlagButRestartsT
     ASSERT_EQ(Create(), 1);
     ASSERT_TRUE(Ready());
     RunTo(20);
-    const double energy = TurnEnergy(Watts(row_, 700, 1080));
+    const double energy = TurnEnergy(Watts(row_, kAna, 1080));
     ASSERT_EQ(Destroy(), 1);
     ASSERT_EQ(Create(), 1);
     ASSERT_TRUE(vclock::WaitUntilParked());

@@ -61,7 +61,7 @@ TEST_P(ReadyStatusTest, EveryNinetyOneTurnsOneReportCarriesTheRunningTotal) {
 
     double first = 0.0;
     for (int turn = 0; turn < 91; ++turn) {
-        first += TurnEnergy(turn < 45 ? Watts(row_, 700, 1080) : Watts(row_, 300, 2160));
+        first += TurnEnergy(turn < 45 ? Watts(row_, kAna, 1080) : Watts(row_, 300, 2160));
     }
     const std::string expected_first = Report(first, kStart);
     ASSERT_EQ(Reports(), std::vector<std::string>{expected_first});
