@@ -2,10 +2,14 @@
 
 #include <json-glib/json-glib.h>
 
+#include <atomic>
+#include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
+#include <tuple>
 #include <utility>
 
 #include "Log.h"
@@ -54,12 +58,12 @@ class ScopedValue {
     GValue value = G_VALUE_INIT;
 };
 
-SharedJson::Owner MakeOwner(JsonNode* node) {
+SharedJson::Owner make_owner(JsonNode* node) {
     return SharedJson::Owner(node, &json_node_unref);
 }
 
-SharedJson::Owner NewNullNode() {
-    return MakeOwner(json_node_new(JSON_NODE_NULL));
+SharedJson::Owner new_null_node() {
+    return make_owner(json_node_new(JSON_NODE_NULL));
 }
 
 // ---- The node layout that bugfix::clear_node writes into ----
@@ -89,25 +93,25 @@ static_assert(offsetof(NodeLayout, data) ==
 static_assert(offsetof(NodeLayout, parent) == offsetof(NodeLayout, data) + sizeof(void*),
               "parent follows the payload");
 
-NodeLayout* Layout(JsonNode* node) {
+NodeLayout* layout_of(JsonNode* node) {
     return reinterpret_cast<NodeLayout*>(node);
 }
 
 // Compares the mirrored fields with what json-glib's public API reports for nodes of each
 // container kind and for a nested node (parent pointer).
-bool ProbeLayout() {
-    SharedJson::Owner object_node = MakeOwner(json_node_new(JSON_NODE_OBJECT));
+bool probe_layout() {
+    SharedJson::Owner object_node = make_owner(json_node_new(JSON_NODE_OBJECT));
     ObjectPtr object(json_object_new());
     json_node_set_object(object_node.get(), object.get());
-    SharedJson::Owner array_node = MakeOwner(json_node_new(JSON_NODE_ARRAY));
+    SharedJson::Owner array_node = make_owner(json_node_new(JSON_NODE_ARRAY));
     ArrayPtr array(json_array_new());
     json_node_set_array(array_node.get(), array.get());
     json_array_add_null_element(array.get());
     JsonNode* element = json_array_get_element(array.get(), 0);
 
-    const NodeLayout* o = Layout(object_node.get());
-    const NodeLayout* a = Layout(array_node.get());
-    const NodeLayout* e = Layout(element);
+    const NodeLayout* o = layout_of(object_node.get());
+    const NodeLayout* a = layout_of(array_node.get());
+    const NodeLayout* e = layout_of(element);
     return o->type == JSON_NODE_OBJECT && o->ref_count == 1 && o->data.object == object.get() &&
            o->parent == nullptr && a->type == JSON_NODE_ARRAY && a->data.array == array.get() &&
            e->type == JSON_NODE_NULL && e->parent == json_node_get_parent(element);
@@ -115,24 +119,24 @@ bool ProbeLayout() {
 
 // ---- Deep copy ----
 
-void CopyInto(JsonNode* target, JsonNode* source);
+void copy_into(JsonNode* target, JsonNode* source);
 
-void CopyMember(JsonObject*, const gchar* name, JsonNode* member, gpointer user_data) {
+void copy_member(JsonObject*, const gchar* name, JsonNode* member, gpointer user_data) {
     JsonNode* copy = json_node_new(JSON_NODE_NULL);
-    CopyInto(copy, member);
+    copy_into(copy, member);
     json_object_set_member(static_cast<JsonObject*>(user_data), name, copy);
 }
 
-void CopyElement(JsonArray*, guint index, JsonNode* element, gpointer user_data) {
-    CopyInto(json_array_get_element(static_cast<JsonArray*>(user_data), index), element);
+void copy_element(JsonArray*, guint index, JsonNode* element, gpointer user_data) {
+    copy_into(json_array_get_element(static_cast<JsonArray*>(user_data), index), element);
 }
 
 // `target` is a fresh null node owned by the caller (or by the container it sits in).
-void CopyInto(JsonNode* target, JsonNode* source) {
+void copy_into(JsonNode* target, JsonNode* source) {
     switch (json_node_get_node_type(source)) {
         case JSON_NODE_OBJECT: {
             ObjectPtr object(json_object_new());
-            json_object_foreach_member(json_node_get_object(source), &CopyMember, object.get());
+            json_object_foreach_member(json_node_get_object(source), &copy_member, object.get());
             json_node_init_object(target, object.get());
             break;
         }
@@ -143,7 +147,7 @@ void CopyInto(JsonNode* target, JsonNode* source) {
             for (guint i = 0; i < n; ++i) {
                 json_array_add_null_element(array.get());
             }
-            json_array_foreach_element(from, &CopyElement, array.get());
+            json_array_foreach_element(from, &copy_element, array.get());
             json_node_init_array(target, array.get());
             break;
         }
@@ -161,15 +165,207 @@ void CopyInto(JsonNode* target, JsonNode* source) {
     }
 }
 
-void CollectName(JsonObject*, const gchar* name, JsonNode*, gpointer user_data) {
+void collect_name(JsonObject*, const gchar* name, JsonNode*, gpointer user_data) {
     static_cast<std::vector<std::string>*>(user_data)->emplace_back(name);
+}
+
+// ---- Serialisation ----
+//
+// The text is json-glib 1.6's own (json_to_string) byte for byte, compact and pretty, except
+// where that generator writes something that is not JSON: it leaves U+001F unescaped, appends
+// ".0" after an exponent ("1e-300.0"), prints infinities and NaN as "inf.0" / "nan.0" and
+// copies bytes that are not UTF-8. Here U+001F becomes \u001f, the ".0" goes before the
+// exponent ("1.0e-300"), a non-finite double is written as null and each stray byte as U+FFFD.
+
+constexpr unsigned kIndent = 2;
+
+// Appends `length` bytes of valid UTF-8 with JSON's escapes (json-glib's choice of them).
+void append_escaped(std::string& out, const char* text, size_t length) {
+    static const char kHex[] = "0123456789abcdef";
+    const char* run = text;
+    const char* const stop = text + length;
+    for (const char* p = text; p != stop; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        const char* escape = nullptr;
+        switch (c) {
+            case '"':
+                escape = "\\\"";
+                break;
+            case '\\':
+                escape = "\\\\";
+                break;
+            case '\b':
+                escape = "\\b";
+                break;
+            case '\f':
+                escape = "\\f";
+                break;
+            case '\n':
+                escape = "\\n";
+                break;
+            case '\r':
+                escape = "\\r";
+                break;
+            case '\t':
+                escape = "\\t";
+                break;
+            default:
+                if (c >= 0x20 && c != 0x7f) {
+                    continue;
+                }
+                break;
+        }
+        out.append(run, p - run);
+        run = p + 1;
+        if (escape != nullptr) {
+            out += escape;
+        } else {
+            const char unicode[] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xf]};
+            out.append(unicode, sizeof(unicode));
+        }
+    }
+    out.append(run, stop - run);
+}
+
+// Writes `text` as a JSON string. Bytes that are not UTF-8 (a string built from arbitrary
+// bytes, or a lone surrogate escape that json-glib decodes into one) each become U+FFFD, so
+// the text stays UTF-8 and readable by json-glib and any other JSON reader.
+void append_quoted(std::string& out, const char* text) {
+    out += '"';
+    const char* p = text;
+    for (;;) {
+        const gchar* valid_end = nullptr;
+        const bool valid = g_utf8_validate(p, -1, &valid_end);
+        append_escaped(out, p, valid_end - p);
+        if (valid) {
+            break;
+        }
+        out += "\xEF\xBF\xBD";
+        p = valid_end + 1;
+    }
+    out += '"';
+}
+
+void append_double(std::string& out, double d) {
+    if (!std::isfinite(d)) {
+        out += "null";
+        return;
+    }
+    char text[G_ASCII_DTOSTR_BUF_SIZE];
+    g_ascii_dtostr(text, sizeof(text), d);
+    // Keep a double recognisable as one: "100" becomes "100.0", "1e-300" becomes "1.0e-300".
+    if (std::strchr(text, '.') != nullptr) {
+        out += text;
+        return;
+    }
+    const char* exponent = std::strpbrk(text, "eE");
+    if (exponent == nullptr) {
+        out += text;
+        out += ".0";
+    } else {
+        out.append(text, exponent - text);
+        out += ".0";
+        out += exponent;
+    }
+}
+
+void append_value(std::string& out, JsonNode* node) {
+    const GType type = json_node_get_value_type(node);
+    if (type == G_TYPE_INT64) {
+        char text[24];
+        const std::to_chars_result r =
+            std::to_chars(text, text + sizeof(text), json_node_get_int(node));
+        out.append(text, r.ptr - text);
+    } else if (type == G_TYPE_DOUBLE) {
+        append_double(out, json_node_get_double(node));
+    } else if (type == G_TYPE_BOOLEAN) {
+        out += json_node_get_boolean(node) ? "true" : "false";
+    } else if (type == G_TYPE_STRING) {
+        const gchar* text = json_node_get_string(node);
+        append_quoted(out, text != nullptr ? text : "");
+    } else {
+        out += "null";
+    }
+}
+
+void append_node(std::string& out, JsonNode* node, bool pretty, unsigned level);
+
+struct MemberWriter {
+    std::string& out;
+    bool pretty;
+    unsigned level;  // level of the members
+    bool first;
+};
+
+void append_member(JsonObject*, const gchar* name, JsonNode* member, gpointer user_data) {
+    MemberWriter& w = *static_cast<MemberWriter*>(user_data);
+    if (!w.first) {
+        w.out += w.pretty ? ",\n" : ",";
+    }
+    w.first = false;
+    if (w.pretty) {
+        w.out.append(w.level * kIndent, ' ');
+    }
+    append_quoted(w.out, name);
+    w.out += w.pretty ? " : " : ":";
+    append_node(w.out, member, w.pretty, w.level);
+}
+
+void append_node(std::string& out, JsonNode* node, bool pretty, unsigned level) {
+    switch (json_node_get_node_type(node)) {
+        case JSON_NODE_OBJECT: {
+            JsonObject* object = json_node_get_object(node);
+            out += '{';
+            if (pretty && json_object_get_size(object) > 0) {
+                out += '\n';
+            }
+            MemberWriter writer{out, pretty, level + 1, true};
+            json_object_foreach_member(object, &append_member, &writer);
+            if (pretty) {
+                if (!writer.first) {
+                    out += '\n';
+                }
+                out.append(level * kIndent, ' ');  // json-glib pads even an empty object
+            }
+            out += '}';
+            break;
+        }
+        case JSON_NODE_ARRAY: {
+            JsonArray* array = json_node_get_array(node);
+            const guint n = json_array_get_length(array);
+            out += '[';
+            for (guint i = 0; i < n; ++i) {
+                if (pretty) {
+                    out += i == 0 ? "\n" : ",\n";
+                    out.append((level + 1) * kIndent, ' ');
+                } else if (i > 0) {
+                    out += ',';
+                }
+                append_node(out, json_array_get_element(array, i), pretty, level + 1);
+            }
+            if (pretty && n > 0) {
+                out += '\n';
+                out.append(level * kIndent, ' ');
+            }
+            out += ']';
+            break;
+        }
+        case JSON_NODE_VALUE:
+            append_value(out, node);
+            break;
+        case JSON_NODE_NULL:
+        default:
+            out += "null";
+            break;
+    }
 }
 
 // ---- Text of numbers ----
 
-std::string Format(size_t capacity, const char* format, ...) __attribute__((format(printf, 2, 3)));
+std::string format_number(size_t capacity, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 
-std::string Format(size_t capacity, const char* format, ...) {
+std::string format_number(size_t capacity, const char* format, ...) {
     std::string text(capacity, '\0');
     va_list args;
     va_start(args, format);
@@ -186,7 +382,7 @@ constexpr long long kInt32Min = -2147483648LL;
 constexpr long long kInt32Max = 2147483647LL;
 constexpr long long kUInt32Max = 4294967295LL;
 
-bool WithinInt64(double d) {
+bool within_int64(double d) {
     return d >= kInt64Low && d <= kInt64High;
 }
 
@@ -198,7 +394,7 @@ bool WithinInt64(double d) {
 namespace bugfix {
 
 bool node_layout_matches() {
-    static const bool matches = ProbeLayout();
+    static const bool matches = probe_layout();
     return matches;
 }
 
@@ -210,11 +406,10 @@ void clear_node(_JsonNode* node) {
         return;
     }
     if (node_layout_matches()) {
-        Layout(node)->data.value = nullptr;
+        layout_of(node)->data.value = nullptr;
     } else {
-        static bool reported = false;
-        if (!reported) {
-            reported = true;
+        static std::atomic<bool> reported{false};
+        if (!reported.exchange(true)) {
             CLOGE("json-glib node layout is not the expected one; payload left in place");
         }
     }
@@ -225,39 +420,44 @@ void clear_node(_JsonNode* node) {
 // ---------------------------------------------------------------------------------------
 // SharedJson
 
-SharedJson::SharedJson() : owner(NewNullNode()), node(owner.get()) {}
+SharedJson::SharedJson() : owner(new_null_node()), node(owner.get()) {}
 
 SharedJson::SharedJson(const char* text)
-    : owner(MakeOwner(json_node_init_string(json_node_alloc(), text))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_string(json_node_alloc(), text))), node(owner.get()) {}
 
 SharedJson::SharedJson(const std::string& text) : SharedJson(text.c_str()) {}
 
 SharedJson::SharedJson(double value)
-    : owner(MakeOwner(json_node_init_double(json_node_alloc(), value))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_double(json_node_alloc(), value))), node(owner.get()) {}
 
 SharedJson::SharedJson(long long value)
-    : owner(MakeOwner(json_node_init_int(json_node_alloc(), value))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_int(json_node_alloc(), value))), node(owner.get()) {}
 
 SharedJson::SharedJson(bool value)
-    : owner(MakeOwner(json_node_init_boolean(json_node_alloc(), value))), node(owner.get()) {}
+    : owner(make_owner(json_node_init_boolean(json_node_alloc(), value))), node(owner.get()) {}
 
 SharedJson::SharedJson(const SharedJson& other)
-    : owner(MakeOwner(other.owner ? json_node_ref(other.owner.get()) : nullptr)),
+    : owner(make_owner(other.owner ? json_node_ref(other.owner.get()) : nullptr)),
       node(other.node) {}
+
+SharedJson::SharedJson(SharedJson&& other) noexcept
+    : owner(std::move(other.owner)), node(other.node) {
+    other.node = nullptr;
+}
 
 SharedJson::SharedJson(Owner owner_) : owner(std::move(owner_)), node(owner.get()) {}
 
 SharedJson::SharedJson(Owner owner_, _JsonNode* node_) : owner(std::move(owner_)), node(node_) {}
 
 SharedJson& SharedJson::operator=(const SharedJson& other) {
-    Owner taken = MakeOwner(other.owner ? json_node_ref(other.owner.get()) : nullptr);
+    Owner taken = make_owner(other.owner ? json_node_ref(other.owner.get()) : nullptr);
     owner = std::move(taken);
     node = other.node;
     return *this;
 }
 
 void SharedJson::reset() {
-    Owner fresh = NewNullNode();
+    Owner fresh = new_null_node();
     node = fresh.get();
     owner = std::move(fresh);
 }
@@ -276,7 +476,7 @@ SharedJson SharedJson::Create(const char* text) {
     if (root == nullptr) {
         return SharedJson();
     }
-    return SharedJson(MakeOwner(json_node_copy(root)));
+    return SharedJson(make_owner(json_node_copy(root)));
 }
 
 SharedJson SharedJson::Create(const std::string& text) {
@@ -319,13 +519,23 @@ bool SharedJson::has(const char* key) const {
 }
 
 SharedJson SharedJson::operator[](const std::string& key) const {
-    return SharedJson(MakeOwner(owner ? json_node_ref(owner.get()) : nullptr),
+    return SharedJson(make_owner(owner ? json_node_ref(owner.get()) : nullptr),
                       json_object_get_member(json_node_get_object(node), key.c_str()));
 }
 
 SharedJson SharedJson::operator[](unsigned index) const {
-    return SharedJson(MakeOwner(owner ? json_node_ref(owner.get()) : nullptr),
+    return SharedJson(make_owner(owner ? json_node_ref(owner.get()) : nullptr),
                       json_array_get_element(json_node_get_array(node), index));
+}
+
+_JsonNode* SharedJson::find_member(const char* key) const {
+    return json_object_get_member(json_node_get_object(node), key);
+}
+
+_JsonNode* SharedJson::add_null_member(const std::string& key) {
+    JsonNode* member = json_node_new(JSON_NODE_NULL);
+    json_object_set_member(json_node_get_object(node), key.c_str(), member);
+    return member;
 }
 
 void SharedJson::alloc_member(const std::string& key) {
@@ -365,58 +575,91 @@ void SharedJson::set(SharedJson&& other) {
     if (&other == this) {
         return;
     }
+    take(other, true);
+}
+
+void SharedJson::release(bool refill) {
+    if (refill) {
+        reset();
+    } else {
+        owner.reset();
+        node = nullptr;
+    }
+}
+
+void SharedJson::take(SharedJson& other, bool refill) {
     // Everything needed from `other` is taken before this node is cleared, and `other` lets go
     // of its tree first: it may share this very tree, and json-glib re-initialises only a node
     // that nobody else holds.
     switch (other.type()) {
         case JsonType::Bool: {
             const bool value = other.get_bool();
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_boolean(node, value);
             break;
         }
         case JsonType::Int: {
             const long long value = other.get_int();
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_int(node, value);
             break;
         }
         case JsonType::Double: {
             const double value = other.get_double();
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_double(node, value);
             break;
         }
         case JsonType::String: {
             GCharPtr value(json_node_dup_string(other.node));
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_string(node, value.get());
             break;
         }
         case JsonType::Object: {
             ObjectPtr object(json_node_dup_object(other.node));
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_object(node, object.get());
             break;
         }
         case JsonType::Array: {
             ArrayPtr array(json_node_dup_array(other.node));
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             json_node_init_array(node, array.get());
             break;
         }
         case JsonType::Null:
         default:
-            other.reset();
+            other.release(refill);
             bugfix::clear_node(node);
             break;
     }
+}
+
+void SharedJson::assign(const char* value) {
+    bugfix::clear_node(node);
+    json_node_init_string(node, value);
+}
+
+void SharedJson::assign(double value) {
+    bugfix::clear_node(node);
+    json_node_init_double(node, value);
+}
+
+void SharedJson::assign(long long value) {
+    bugfix::clear_node(node);
+    json_node_init_int(node, value);
+}
+
+void SharedJson::assign(bool value) {
+    bugfix::clear_node(node);
+    json_node_init_boolean(node, value);
 }
 
 void SharedJson::set(const SharedJson& other) {
@@ -424,8 +667,8 @@ void SharedJson::set(const SharedJson& other) {
 }
 
 SharedJson SharedJson::clone() const {
-    Owner copy = NewNullNode();
-    CopyInto(copy.get(), node);
+    Owner copy = new_null_node();
+    copy_into(copy.get(), node);
     return SharedJson(std::move(copy));
 }
 
@@ -479,15 +722,16 @@ JsonType SharedJson::type() const {
 }
 
 std::string SharedJson::to_string(bool pretty) const {
-    GCharPtr text(json_to_string(node, pretty ? TRUE : FALSE));
-    return text ? std::string(text.get()) : std::string();
+    std::string text;
+    append_node(text, node, pretty, 0);
+    return text;
 }
 
 std::vector<std::string> SharedJson::get_member_names() const {
     std::vector<std::string> names;
     JsonObject* object = json_node_get_object(node);
     names.reserve(json_object_get_size(object));
-    json_object_foreach_member(object, &CollectName, &names);
+    json_object_foreach_member(object, &collect_name, &names);
     return names;
 }
 
@@ -505,7 +749,23 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::str
     if (found != members.end()) {
         return found->second;
     }
-    return members.emplace(key, JsonValue(parent[key])).first->second;
+    return members
+        .emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                 std::forward_as_tuple(parent[key]))
+        .first->second;
+}
+
+JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::string& key,
+                                        _JsonNode* member) const {
+    auto found = members.find(key);
+    if (found != members.end()) {
+        return found->second;
+    }
+    SharedJson child(make_owner(json_node_ref(parent.owner.get())), member);
+    return members
+        .emplace(std::piecewise_construct, std::forward_as_tuple(key),
+                 std::forward_as_tuple(std::move(child)))
+        .first->second;
 }
 
 JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, unsigned index) const {
@@ -513,7 +773,10 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, unsigned index
     if (found != elements.end()) {
         return found->second;
     }
-    return elements.emplace(index, JsonValue(parent[index])).first->second;
+    return elements
+        .emplace(std::piecewise_construct, std::forward_as_tuple(index),
+                 std::forward_as_tuple(parent[index]))
+        .first->second;
 }
 
 void JsonValue::ChildManager::erase(const std::string& key) {
@@ -545,35 +808,29 @@ void JsonValue::ChildManager::set_type(JsonType type_) {
 // ---------------------------------------------------------------------------------------
 // JsonValue: construction and assignment
 
-JsonValue::JsonValue() : children(new ChildManager(JsonType::Null)) {}
+JsonValue::JsonValue() {}
 
-JsonValue::JsonValue(JsonType type) : children(new ChildManager(type)) {
+JsonValue::JsonValue(JsonType type) {
     shared.init(type);
 }
 
-JsonValue::JsonValue(const std::string& value)
-    : shared(value), children(new ChildManager(JsonType::String)) {}
+JsonValue::JsonValue(const std::string& value) : shared(value) {}
 
-JsonValue::JsonValue(const char* value)
-    : shared(value), children(new ChildManager(JsonType::String)) {}
+JsonValue::JsonValue(const char* value) : shared(value) {}
 
-JsonValue::JsonValue(double value) : shared(value), children(new ChildManager(JsonType::Double)) {}
+JsonValue::JsonValue(double value) : shared(value) {}
 
-JsonValue::JsonValue(long long value) : shared(value), children(new ChildManager(JsonType::Int)) {}
+JsonValue::JsonValue(long long value) : shared(value) {}
 
-JsonValue::JsonValue(int value)
-    : shared(static_cast<long long>(value)), children(new ChildManager(JsonType::Int)) {}
+JsonValue::JsonValue(int value) : shared(static_cast<long long>(value)) {}
 
-JsonValue::JsonValue(unsigned int value)
-    : shared(static_cast<long long>(value)), children(new ChildManager(JsonType::Int)) {}
+JsonValue::JsonValue(unsigned int value) : shared(static_cast<long long>(value)) {}
 
-JsonValue::JsonValue(bool value) : shared(value), children(new ChildManager(JsonType::Bool)) {}
+JsonValue::JsonValue(bool value) : shared(value) {}
 
-JsonValue::JsonValue(SharedJson shared_)
-    : shared(std::move(shared_)), children(new ChildManager(shared.type())) {}
+JsonValue::JsonValue(SharedJson shared_) : shared(std::move(shared_)) {}
 
-JsonValue::JsonValue(const JsonValue& other)
-    : shared(other.shared.clone()), children(new ChildManager(shared.type())) {}
+JsonValue::JsonValue(const JsonValue& other) : shared(other.shared.clone()) {}
 
 JsonValue::JsonValue(JsonValue&& other) noexcept
     : shared(other.shared), children(std::move(other.children)) {
@@ -585,9 +842,13 @@ JsonValue::~JsonValue() = default;
 JsonValue& JsonValue::operator=(const JsonValue& other) {
     // Copy first: `other` may be one of this value's own cached children.
     SharedJson copy = other.shared.clone();
-    cache().clear();
+    if (children) {
+        children->clear();
+    }
     shared.set(std::move(copy));
-    cache().set_type(shared.type());
+    if (children) {
+        children->set_type(shared.type());
+    }
     return *this;
 }
 
@@ -595,18 +856,57 @@ JsonValue& JsonValue::operator=(JsonValue&& other) {
     if (&other == this) {
         return *this;
     }
-    // Take what is needed from `other` before replacing this value's cache, which may own it.
-    SharedJson source(other.shared);
+    // Take everything from `other` before replacing this value's cache, which may own it.
+    SharedJson source(SharedJson::Owner(nullptr, &json_node_unref), nullptr);
+    std::swap(source.owner, other.shared.owner);
+    std::swap(source.node, other.shared.node);
     other.shared.reset();
     children = std::move(other.children);
-    if (shared.node == shared.owner.get() && source.owner.get() == shared.owner.get() && children) {
+    if (children && shared.node == shared.owner.get() && source.owner.get() == shared.owner.get()) {
         // `other` lived inside the tree this value is the root of: its cached children hold
         // this root, and json-glib re-initialises only a node that nobody else holds. The
         // children are rebuilt on demand instead.
         children->clear();
     }
-    shared.set(std::move(source));
+    shared.take(source, false);
     return *this;
+}
+
+template <typename T>
+JsonValue& JsonValue::assign_scalar(T value) {
+    // A scalar temporary has no cached children: adopting its cache empties this one, and
+    // releases what the children hold before the node is re-initialised.
+    children.reset();
+    shared.assign(value);
+    return *this;
+}
+
+JsonValue& JsonValue::operator=(const std::string& value) {
+    return assign_scalar(value.c_str());
+}
+
+JsonValue& JsonValue::operator=(const char* value) {
+    return assign_scalar(value);
+}
+
+JsonValue& JsonValue::operator=(double value) {
+    return assign_scalar(value);
+}
+
+JsonValue& JsonValue::operator=(long long value) {
+    return assign_scalar(value);
+}
+
+JsonValue& JsonValue::operator=(int value) {
+    return assign_scalar(static_cast<long long>(value));
+}
+
+JsonValue& JsonValue::operator=(unsigned int value) {
+    return assign_scalar(static_cast<long long>(value));
+}
+
+JsonValue& JsonValue::operator=(bool value) {
+    return assign_scalar(value);
 }
 
 JsonValue JsonValue::Create(const std::string& text) {
@@ -619,7 +919,7 @@ const JsonValue& JsonValue::Null() {
 }
 
 JsonValue::ChildManager& JsonValue::cache() const {
-    // Only a moved-from value lacks a cache; it is a null value and starts a new one.
+    // The cache is made on first use: scalars and temporaries never need one.
     if (!children) {
         children.reset(new ChildManager(shared.type()));
     }
@@ -655,7 +955,7 @@ bool JsonValue::isInt() const {
         case JsonType::Int:
             return true;
         case JsonType::Double:
-            return WithinInt64(shared.get_double());
+            return within_int64(shared.get_double());
         default:
             return false;
     }
@@ -686,7 +986,7 @@ bool JsonValue::isConvertibleTo(JsonType target) const {
                    t == JsonType::Double;
         case JsonType::Int:
             if (t == JsonType::Double) {
-                return WithinInt64(shared.get_double());
+                return within_int64(shared.get_double());
             }
             return t == JsonType::Null || t == JsonType::Bool || t == JsonType::Int;
         case JsonType::String:
@@ -819,7 +1119,7 @@ int64_t JsonValue::asInt64() const {
             return shared.get_int();
         case JsonType::Double: {
             const double d = shared.get_double();
-            if (!WithinInt64(d)) {
+            if (!within_int64(d)) {
                 throw JsonException("double value exceed int64_t range");
             }
             // 2^63 itself is accepted but has no int64 value; it saturates, as the target's
@@ -873,9 +1173,9 @@ std::string JsonValue::asString() const {
         case JsonType::Bool:
             return shared.get_bool() ? "true" : "false";
         case JsonType::Int:
-            return Format(32, "%lld", shared.get_int());
+            return format_number(32, "%lld", shared.get_int());
         case JsonType::Double:
-            return Format(328, "%f", shared.get_double());
+            return format_number(328, "%f", shared.get_double());
         case JsonType::String:
             return shared.get_string();
         default:
@@ -894,16 +1194,19 @@ void JsonValue::check_container(JsonType actual, JsonType required) const {
 
 void JsonValue::vivify(JsonType container) {
     shared.init(container);
-    cache().set_type(container);
+    if (children) {
+        children->set_type(container);
+    }
 }
 
 const JsonValue& JsonValue::operator[](const std::string& key) const {
     const JsonType t = type();
     check_container(t, JsonType::Object);
-    if (t == JsonType::Null || !shared.has(key.c_str())) {
+    _JsonNode* member = t == JsonType::Null ? nullptr : shared.find_member(key.c_str());
+    if (member == nullptr) {
         return Null();
     }
-    return cache().get(shared, key);
+    return cache().get(shared, key, member);
 }
 
 JsonValue& JsonValue::operator[](const std::string& key) {
@@ -912,10 +1215,11 @@ JsonValue& JsonValue::operator[](const std::string& key) {
     if (t == JsonType::Null) {
         vivify(JsonType::Object);
     }
-    if (!shared.has(key.c_str())) {
-        shared.alloc_member(key);
+    _JsonNode* member = shared.find_member(key.c_str());
+    if (member == nullptr) {
+        member = shared.add_null_member(key);
     }
-    return cache().get(shared, key);
+    return cache().get(shared, key, member);
 }
 
 const JsonValue& JsonValue::operator[](unsigned index) const {
@@ -942,10 +1246,11 @@ JsonValue& JsonValue::operator[](unsigned index) {
 JsonValue JsonValue::get(const std::string& key, const JsonValue& default_value) const {
     const JsonType t = type();
     check_container(t, JsonType::Object);
-    if (t == JsonType::Null || !shared.has(key.c_str())) {
+    _JsonNode* member = t == JsonType::Null ? nullptr : shared.find_member(key.c_str());
+    if (member == nullptr) {
         return JsonValue(default_value);
     }
-    return JsonValue(shared[key].clone());
+    return JsonValue(SharedJson(make_owner(json_node_ref(shared.owner.get())), member).clone());
 }
 
 JsonValue JsonValue::get(unsigned index, const JsonValue& default_value) const {
@@ -972,7 +1277,9 @@ void JsonValue::append(const JsonValue& value) {
     if (t == JsonType::Null) {
         vivify(JsonType::Array);
     }
-    shared.append(value.shared.clone());
+    // SharedJson::append() on the copy, without refilling the copy that is dropped anyway.
+    SharedJson copy = value.shared.clone();
+    json_array_add_element(json_node_get_array(shared.node), json_node_ref(copy.node));
 }
 
 void JsonValue::resize(unsigned n) {
@@ -981,7 +1288,9 @@ void JsonValue::resize(unsigned n) {
     if (t == JsonType::Null) {
         vivify(JsonType::Array);
     }
-    cache().resize(n);
+    if (children) {
+        children->resize(n);
+    }
     shared.resize(n);
 }
 
@@ -992,7 +1301,9 @@ void JsonValue::removeMember(const std::string& key) {
         return;
     }
     shared.remove_member(key);
-    cache().erase(key);
+    if (children) {
+        children->erase(key);
+    }
 }
 
 }  // namespace json

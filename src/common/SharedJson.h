@@ -63,7 +63,10 @@ class SharedJson {
     explicit SharedJson(long long value);
     explicit SharedJson(bool value);
     SharedJson(const SharedJson& other);  // shares the tree: one more reference on the owner
-    explicit SharedJson(Owner owner);     // designates the owner itself
+    // Takes over other's reference. The moved-from handle is empty: it may only be destroyed
+    // or assigned to.
+    SharedJson(SharedJson&& other) noexcept;
+    explicit SharedJson(Owner owner);  // designates the owner itself
     SharedJson(Owner owner, _JsonNode* node);
     ~SharedJson() = default;
 
@@ -114,6 +117,20 @@ class SharedJson {
 
     // Drops this handle's reference and designates a fresh null node.
     void reset();
+    // Drops this handle's reference; with `refill` false the handle is left empty, which only
+    // a handle about to be destroyed may be.
+    void release(bool refill);
+    // set(SharedJson&&) for a distinct `other`, which is then released.
+    void take(SharedJson& other, bool refill);
+    // Overwrite this node in place with a scalar, as set() with a new scalar handle would.
+    void assign(const char* value);
+    void assign(double value);
+    void assign(long long value);
+    void assign(bool value);
+    // The member node named `key`, or null.
+    _JsonNode* find_member(const char* key) const;
+    // Sets `key` to a new null node and returns it.
+    _JsonNode* add_null_member(const std::string& key);
 
     Owner owner;
     _JsonNode* node;
@@ -141,6 +158,14 @@ class JsonValue {
     // obtained by operator[] changes the parent document.
     JsonValue& operator=(const JsonValue& other);
     JsonValue& operator=(JsonValue&& other);
+    // The same as assigning JsonValue(value), without making the temporary.
+    JsonValue& operator=(const std::string& value);
+    JsonValue& operator=(const char* value);
+    JsonValue& operator=(double value);
+    JsonValue& operator=(long long value);
+    JsonValue& operator=(int value);
+    JsonValue& operator=(unsigned int value);
+    JsonValue& operator=(bool value);
 
     static JsonValue Create(const std::string& text);
     // The shared, never-modified null value returned for absent members and elements.
@@ -188,6 +213,9 @@ class JsonValue {
     // Makes a null value an empty container of `container` type.
     void vivify(JsonType container);
     ChildManager& cache() const;
+    // Assignment of a scalar: this value's cache goes, as it would for an assigned temporary.
+    template <typename T>
+    JsonValue& assign_scalar(T value);
 
     SharedJson shared;
     mutable std::unique_ptr<ChildManager> children;
@@ -208,6 +236,11 @@ class JsonValue::ChildManager {
     void set_type(JsonType type);  // clears both maps when the type changes
 
   private:
+    friend class JsonValue;
+
+    // get() for a member node the caller has already looked up.
+    JsonValue& get(const SharedJson& parent, const std::string& key, _JsonNode* member) const;
+
     JsonType type;
     mutable std::unordered_map<uint32_t, JsonValue> elements;
     mutable std::unordered_map<std::string, JsonValue> members;

@@ -1,0 +1,190 @@
+// Parses arbitrary bytes and walks the JSON value layer over the result: every query and
+// conversion, member and element access (const and creating), copies, moves, assignment into
+// children, and serialisation. Traps when a document stops round-tripping through its text.
+#include <glib.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "FuzzTarget.h"
+#include "SharedJson.h"
+
+#if defined(EC_LIBFUZZER)
+#include "tvsim/Simulator.h"
+#endif
+
+using common::json::JsonException;
+using common::json::JsonType;
+using common::json::JsonValue;
+
+namespace {
+
+constexpr int kMaxDepth = 48;
+
+// Calls every conversion; range and kind failures are expected, anything else is not.
+void Convert(const JsonValue& v) {
+    try {
+        (void)v.asInt();
+    } catch (const JsonException&) {
+    }
+    try {
+        (void)v.asUInt();
+    } catch (const JsonException&) {
+    }
+    try {
+        (void)v.asInt64();
+    } catch (const JsonException&) {
+    }
+    try {
+        (void)v.asDouble();
+    } catch (const JsonException&) {
+    }
+    try {
+        (void)v.asBool();
+    } catch (const JsonException&) {
+    }
+    try {
+        (void)v.asString();
+    } catch (const JsonException&) {
+    }
+    for (int t = 0; t <= 7; ++t) {
+        try {
+            (void)v.isConvertibleTo(static_cast<JsonType>(t));
+        } catch (const JsonException&) {
+        }
+    }
+    (void)v.isNull();
+    (void)v.isBool();
+    (void)v.isString();
+    (void)v.isInt();
+    (void)v.isDouble();
+    (void)v.empty();
+}
+
+// Reads the whole tree through const access. Returns false when it holds what JSON text
+// cannot carry: an infinite double, or a string that is not UTF-8 (json-glib decodes a lone
+// surrogate escape into one). Such a document legitimately does not round-trip.
+bool Walk(const JsonValue& v, int depth) {
+    Convert(v);
+    bool representable = true;
+    if (v.type() == JsonType::Double) {
+        representable = std::isfinite(v.asDouble());
+    } else if (v.type() == JsonType::String) {
+        representable = g_utf8_validate(v.asString().c_str(), -1, nullptr);
+    }
+    if (depth >= kMaxDepth) {
+        return representable;
+    }
+    switch (v.type()) {
+        case JsonType::Object:
+            for (const std::string& name : v.getMemberNames()) {
+                representable = g_utf8_validate(name.c_str(), -1, nullptr) && representable;
+                if (!v.isMember(name) || v[name].type() != v.get(name, JsonValue()).type()) {
+                    __builtin_trap();
+                }
+                representable = Walk(v[name], depth + 1) && representable;
+            }
+            try {
+                (void)v[0];
+                __builtin_trap();  // an object has no elements
+            } catch (const JsonException&) {
+            }
+            break;
+        case JsonType::Array:
+            for (unsigned i = 0; i < v.size(); ++i) {
+                representable = Walk(v[i], depth + 1) && representable;
+            }
+            if (&v[v.size()] != &JsonValue::Null()) {
+                __builtin_trap();
+            }
+            break;
+        default:
+            try {
+                (void)v["k"];
+                if (!v.isNull()) {
+                    __builtin_trap();  // a scalar has no members
+                }
+            } catch (const JsonException&) {
+            }
+            break;
+    }
+    return representable;
+}
+
+// Changes a copy in place through child references and checks the original is untouched.
+void Mutate(const JsonValue& original, const std::string& original_text) {
+    JsonValue copy(original);
+    if (!(copy == original)) {
+        __builtin_trap();
+    }
+    switch (copy.type()) {
+        case JsonType::Object: {
+            const std::vector<std::string> names = copy.getMemberNames();
+            if (!names.empty()) {
+                copy[names.front()] = original;  // a deep copy of the whole document
+                JsonValue& last = copy[names.back()];
+                if (last.isNull() || last.type() == JsonType::Object) {
+                    last["added"] = 1.5;
+                }
+                copy.removeMember(names[names.size() / 2]);
+            }
+            try {
+                copy["new"].append(JsonValue("x"));
+            } catch (const JsonException&) {
+                // "new" was already there, and not an array
+            }
+            break;
+        }
+        case JsonType::Array: {
+            const unsigned n = copy.size();
+            if (n > 0) {
+                copy[0] = JsonValue(JsonType::Object);
+                copy[0]["k"] = original;
+                copy.resize(n / 2);
+            }
+            copy[n + 1] = true;
+            copy.append(original);
+            break;
+        }
+        default:
+            copy = JsonValue(JsonType::Array);
+            copy.append(original);
+            break;
+    }
+    JsonValue moved(std::move(copy));
+    const std::string text = moved.toString(false);
+    if (!copy.isNull() || JsonValue::Create(text).isNull()) {
+        __builtin_trap();
+    }
+    if (original.toString(false) != original_text) {
+        __builtin_trap();  // the copy shared something with the original
+    }
+}
+
+}  // namespace
+
+FUZZ_TARGET(JsonValue) {
+#if defined(EC_LIBFUZZER)
+    static const bool quiet_log = (tvsim::SetLogRetention(64), true);
+    (void)quiet_log;
+#endif
+    const std::string input(reinterpret_cast<const char*>(data), size);
+    const JsonValue doc = JsonValue::Create(input);
+    const bool representable = Walk(doc, 0);
+
+    const std::string compact = doc.toString(false);
+    const JsonValue again = JsonValue::Create(compact);
+    const bool written_null = compact == "null";  // a null, or an infinite double, as the root
+    if ((!written_null && again.isNull()) || !g_utf8_validate(compact.c_str(), -1, nullptr)) {
+        __builtin_trap();  // the text written is not JSON
+    }
+    if (representable && !(again == doc)) {
+        __builtin_trap();
+    }
+    if (representable && !(JsonValue::Create(doc.toString(true)) == doc)) {
+        __builtin_trap();
+    }
+    Mutate(doc, compact);
+    return 0;
+}
