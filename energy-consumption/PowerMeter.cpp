@@ -1,0 +1,181 @@
+#include "PowerMeter.h"
+
+#include <chrono>
+#include <cstdint>
+#include <ctime>
+#include <exception>
+#include <utility>
+
+#include "Log.h"
+#include "SimplePowerLogQueue.h"
+#include "TimeUtil.h"
+
+namespace powermeter {
+
+namespace {
+
+constexpr std::chrono::nanoseconds kTurnPeriod{10000000000LL};
+constexpr double kNominalInterval = 10.0;  // seconds a turn's power is taken to last
+constexpr double kSecondsPerHour = 3600.0;
+constexpr double kPlausibilityLimit = 22.0;  // Wh per turn, i.e. 7920 W
+constexpr unsigned long kQueueInterval = 10;
+
+// Turns run by every worker this process has started; never reset, not even by a new Start.
+// Only the worker touches it, and workers never overlap (the next one starts after a join).
+int32_t g_turn = 0;
+
+// The queue is always created as a SimplePowerLogQueue, so that is its dynamic type; deleting
+// it as such runs the right destructor even though the interface has no virtual one.
+void delete_simple_queue(IPowerLogQueue* queue) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
+    delete static_cast<SimplePowerLogQueue*>(queue);
+#pragma GCC diagnostic pop
+}
+
+// Processor ticks between two clock() readings, printed with %d.
+int elapsed_ticks(std::clock_t since) {
+    return static_cast<int>(std::clock() - since);
+}
+
+}  // namespace
+
+std::unique_ptr<PowerMeter> PowerMeter::m_instance;
+std::once_flag PowerMeter::m_once;
+
+PowerMeter* PowerMeter::GetInstance() {
+    std::call_once(m_once, [] { m_instance.reset(new PowerMeter()); });
+    return m_instance.get();
+}
+
+PowerMeter::PowerMeter()
+    : m_queue(new SimplePowerLogQueue(), &delete_simple_queue),
+      m_instantaneous_power(0.0),
+      m_accumulated_power(0.0),
+      m_accumulated_since(0) {
+    m_started.store(false);
+}
+
+PowerMeter::~PowerMeter() = default;
+
+bool PowerMeter::Start(const NotifyFunction& notify) {
+    ELOGI("[Energy] Start!!!!");
+    if (m_started.load()) {
+        ELOGE("[Energy] thread has already been created! Please Stop PowerMeter first");
+        return false;
+    }
+    // The total is restamped even when the calculator then fails to initialise.
+    reset_accumulated_power();
+    if (!m_calculator.Init()) {
+        ELOGE("[Energy] failed to init the calculator");
+        return false;
+    }
+    NotifyFunction copy(notify);
+    m_notify.swap(copy);
+    m_queue->Init();
+    return create_thread();
+}
+
+void PowerMeter::Stop() {
+    ELOGI("[Energy] Stop!!!!");
+    terminate_thread();
+}
+
+bool PowerMeter::IsStarted() {
+    return m_started.load();
+}
+
+bool PowerMeter::IsAvailable() {
+    return m_calculator.Init();
+}
+
+bool PowerMeter::create_thread() {
+    const std::clock_t start = std::clock();
+    // Set before the thread exists, so the new worker sees true at its first check.
+    m_started.store(true);
+    try {
+        std::thread worker([this] { run(); });
+        m_thread = std::move(worker);
+    } catch (const std::exception& e) {
+        m_started.store(false);
+        ELOGE("[Energy] failed to init because %s", e.what());
+        return false;
+    }
+    ELOGI("[Energy] elaspsed time to create PowerMeter thread %d", elapsed_ticks(start));
+    return true;
+}
+
+// Deliberately without m_mutex: a stop that arrives while a turn runs finds nobody waiting, and
+// the worker then notices only after its next full wait.
+void PowerMeter::terminate_thread() {
+    if (!m_started.load()) {
+        ELOGE("[Energy] thread has not been created");
+        return;
+    }
+    const std::clock_t start = std::clock();
+    if (m_thread.joinable()) {
+        m_started.store(false);
+        m_cond.notify_one();
+        m_thread.join();
+    }
+    ELOGI("[Energy] elaspsed time to terminate PowerMeter thread %d", elapsed_ticks(start));
+}
+
+void PowerMeter::add_accumulated_power(double energy) {
+    m_accumulated_power += energy;
+}
+
+void PowerMeter::reset_accumulated_power() {
+    m_accumulated_power = 0.0;
+    m_accumulated_since = static_cast<uint32_t>(TimeUtil::GetLinuxTime());
+}
+
+void PowerMeter::run() {
+    while (m_started.load()) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        try {
+            ELOGI(
+                "===================================%ld==========================================="
+                "=",
+                static_cast<long>(g_turn));
+            ++g_turn;
+            m_calculator.Calculate();
+            // Always the nominal 10 s, not the time actually spent since the last turn.
+            m_instantaneous_power =
+                m_calculator.PowerConsumption() * kNominalInterval / kSecondsPerHour;
+            if (m_instantaneous_power > kPlausibilityLimit) {
+                ELOGE("[Energy] !!!WARNING:: Invalid Instantaneous Power: %lf, so makes it 0",
+                      m_instantaneous_power);
+                m_instantaneous_power = 0.0;
+            }
+            add_accumulated_power(m_instantaneous_power);
+            print();
+            ELOGI(
+                "=================================================================================="
+                "==");
+            m_queue->Add(m_calculator.Time(), m_instantaneous_power, kQueueInterval);
+            if (m_queue->IsUploadRequired()) {
+                ELOGI("[Energy] !!! UPLOAD NOW");
+                const std::string json = m_queue->GetJson();
+                m_notify(json);  // an empty function throws std::bad_function_call
+                m_queue->Reset();
+            }
+            m_queue->Print();
+        } catch (const std::exception& e) {
+            ELOGE("[Energy] !!! An exception: %s", e.what());
+        }
+        // 10 s on the monotonic clock. No predicate: a notify, a spurious wake-up and a time-out
+        // all just end the wait.
+        m_cond.wait_for(lock, kTurnPeriod);
+    }
+}
+
+void PowerMeter::print() {
+    ELOGI("[Energy] Calculated Power Consumption: %lf (W/h)", m_calculator.PowerConsumption());
+    ELOGI("[Energy] Instantaneous Power: %lf", m_instantaneous_power);
+    const std::string label =
+        "Accumulated Power: " + std::to_string(m_accumulated_power) + " from ";
+    TimeUtil::PrintTime(m_accumulated_since, label.c_str());
+}
+
+}  // namespace powermeter

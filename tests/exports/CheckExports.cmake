@@ -1,0 +1,20 @@
+# Lists the symbols that LIBRARY's dynamic symbol table defines (nm -D --defined-only) and
+# fails unless they are exactly the functions CreatePlugin and DestroyPlugin.
+execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY}
+  OUTPUT_VARIABLE listing RESULT_VARIABLE rc ERROR_VARIABLE err)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${LIBRARY}: ${err}")
+endif()
+string(REPLACE "\n" ";" lines "${listing}")
+set(defined)
+foreach(line IN LISTS lines)
+  if(line MATCHES "^[0-9a-fA-F]* *([A-Za-z]) (.+)$")
+    list(APPEND defined "${CMAKE_MATCH_1} ${CMAKE_MATCH_2}")
+  endif()
+endforeach()
+list(SORT defined)
+set(expected "T CreatePlugin;T DestroyPlugin")
+if(NOT defined STREQUAL expected)
+  message(FATAL_ERROR "${LIBRARY} defines [${defined}], expected [${expected}]")
+endif()
+message(STATUS "exports: ${defined}")
