@@ -118,6 +118,7 @@ std::string RenderSvg(const PlotInput& in) {
             marks.emplace_back(c.offset, c.text.substr(0, cut) + "  " + what);
         }
     }
+    double last_label_x = -1e9;
     for (auto& [offset, label] : marks) {
         if (label.size() > 64) {
             label = label.substr(0, 61) + "...";  // keep it inside the plot area
@@ -126,6 +127,10 @@ std::string RenderSvg(const PlotInput& in) {
         svg += Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#6a6a6a\" "
                    "stroke-dasharray=\"4,3\"/>\n",
                    x, kTop, x, kTop + kPlotH);
+        if (x - last_label_x < 13) {
+            continue;  // a label here would overprint the previous one
+        }
+        last_label_x = x;
         svg += Fmt("<text transform=\"translate(%.1f,%.1f) rotate(90)\" font-size=\"10\" "
                    "fill=\"#444\">",
                    x + 3, kTop + 4) +
@@ -174,7 +179,9 @@ std::string RenderSvg(const PlotInput& in) {
         }
         double x = x_of(r.time), y = ye(running);
         if (r.sent) {
-            svg += Fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"#2a9d3a\"/>\n", x, y);
+            // Many reports (long runs) get small dots so the energy curve stays visible.
+            svg += Fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"%.1f\" fill=\"#2a9d3a\"/>\n", x, y,
+                       in.reports.size() > 120 ? 1.2 : 3.0);
         } else {
             svg += Fmt("<path d=\"M%.1f,%.1f l6,6 m0,-6 l-6,6\" stroke=\"#d62728\" "
                        "stroke-width=\"1.6\"/>\n",
