@@ -15,11 +15,20 @@ std::string Escape(const std::string& s) {
     std::string out;
     for (char c : s) {
         switch (c) {
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '&': out += "&amp;"; break;
-            case '"': out += "&quot;"; break;
-            default: out += c;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '&':
+                out += "&amp;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                out += c;
         }
     }
     return out;
@@ -66,12 +75,13 @@ std::string RenderSvg(const PlotInput& in) {
     auto ye = [&](double e) { return kTop + kPlotH * (1 - std::max(0.0, e) / e_max); };
 
     std::string svg;
-    svg += Fmt("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
-               "viewBox=\"0 0 %.0f %.0f\" font-family=\"sans-serif\" font-size=\"12\">\n",
-               kWidth, kHeight, kWidth, kHeight);
+    svg +=
+        Fmt("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
+            "viewBox=\"0 0 %.0f %.0f\" font-family=\"sans-serif\" font-size=\"12\">\n",
+            kWidth, kHeight, kWidth, kHeight);
     svg += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-    svg += "<text x=\"" + Fmt("%.0f", kLeft) + "\" y=\"28\" font-size=\"16\" font-weight=\"bold\">" +
-           Escape(in.title) + "</text>\n";
+    svg += "<text x=\"" + Fmt("%.0f", kLeft) +
+           "\" y=\"28\" font-size=\"16\" font-weight=\"bold\">" + Escape(in.title) + "</text>\n";
 
     // Grid and axes.
     for (double v = 0; v <= w_max + 1e-9; v += w_step) {
@@ -94,17 +104,20 @@ std::string RenderSvg(const PlotInput& in) {
         svg += Fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">%gh</text>\n", x,
                    kTop + kPlotH + 18, h);
     }
-    svg += Fmt("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" "
-               "stroke=\"#888\"/>\n",
-               kLeft, kTop, kPlotW, kPlotH);
+    svg +=
+        Fmt("<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"none\" "
+            "stroke=\"#888\"/>\n",
+            kLeft, kTop, kPlotW, kPlotH);
     svg += Fmt("<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">simulated time</text>\n",
                kLeft + kPlotW / 2, kHeight - 30);
-    svg += Fmt("<text transform=\"translate(22,%.1f) rotate(-90)\" text-anchor=\"middle\" "
-               "fill=\"#1f5fbf\">power per turn (W)</text>\n",
-               kTop + kPlotH / 2);
-    svg += Fmt("<text transform=\"translate(%.1f,%.1f) rotate(90)\" text-anchor=\"middle\" "
-               "fill=\"#c0561b\">cumulative energy (Wh)</text>\n",
-               kWidth - 22, kTop + kPlotH / 2);
+    svg +=
+        Fmt("<text transform=\"translate(22,%.1f) rotate(-90)\" text-anchor=\"middle\" "
+            "fill=\"#1f5fbf\">power per turn (W)</text>\n",
+            kTop + kPlotH / 2);
+    svg +=
+        Fmt("<text transform=\"translate(%.1f,%.1f) rotate(90)\" text-anchor=\"middle\" "
+            "fill=\"#c0561b\">cumulative energy (Wh)</text>\n",
+            kWidth - 22, kTop + kPlotH / 2);
 
     // Scenario changes: one dashed line per time, its entries joined in one label.
     std::vector<std::pair<uint64_t, std::string>> marks;
@@ -124,9 +137,10 @@ std::string RenderSvg(const PlotInput& in) {
             label = label.substr(0, 61) + "...";  // keep it inside the plot area
         }
         double x = x_of(in.start + offset);
-        svg += Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#6a6a6a\" "
-                   "stroke-dasharray=\"4,3\"/>\n",
-                   x, kTop, x, kTop + kPlotH);
+        svg +=
+            Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#6a6a6a\" "
+                "stroke-dasharray=\"4,3\"/>\n",
+                x, kTop, x, kTop + kPlotH);
         if (x - last_label_x < 13) {
             continue;  // a label here would overprint the previous one
         }
@@ -147,14 +161,15 @@ std::string RenderSvg(const PlotInput& in) {
         cumulative += t.wh;
         if (px != last_px) {
             if (last_px >= 0) {
-                power_path += Fmt("L%.0f,%.1f L%.0f,%.1f L%.0f,%.1f ", last_px, yw(col_min), last_px,
-                                  yw(col_max), last_px, yw(col_last));
+                power_path += Fmt("L%.0f,%.1f L%.0f,%.1f L%.0f,%.1f ", last_px, yw(col_min),
+                                  last_px, yw(col_max), last_px, yw(col_last));
             }
             col_min = col_max = col_last = t.watts;
             if (power_path.empty()) {
                 power_path = Fmt("M%.0f,%.1f ", px, yw(t.watts));
             }
-            energy_path += Fmt(energy_path.empty() ? "M%.0f,%.1f " : "L%.0f,%.1f ", px, ye(cumulative));
+            energy_path +=
+                Fmt(energy_path.empty() ? "M%.0f,%.1f " : "L%.0f,%.1f ", px, ye(cumulative));
             last_px = px;
         } else {
             col_min = std::min(col_min, t.watts);
@@ -163,12 +178,14 @@ std::string RenderSvg(const PlotInput& in) {
         }
     }
     if (last_px >= 0) {
-        power_path += Fmt("L%.0f,%.1f L%.0f,%.1f L%.0f,%.1f ", last_px, yw(col_min), last_px, yw(col_max),
-                          last_px, yw(col_last));
+        power_path += Fmt("L%.0f,%.1f L%.0f,%.1f L%.0f,%.1f ", last_px, yw(col_min), last_px,
+                          yw(col_max), last_px, yw(col_last));
         energy_path += Fmt("L%.0f,%.1f", last_px, ye(cumulative));
     }
-    svg += "<path d=\"" + power_path + "\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.2\"/>\n";
-    svg += "<path d=\"" + energy_path + "\" fill=\"none\" stroke=\"#c0561b\" stroke-width=\"2\"/>\n";
+    svg +=
+        "<path d=\"" + power_path + "\" fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.2\"/>\n";
+    svg +=
+        "<path d=\"" + energy_path + "\" fill=\"none\" stroke=\"#c0561b\" stroke-width=\"2\"/>\n";
 
     // Reports: a dot on the energy curve when sent, a cross when dropped.
     double running = 0;
@@ -183,30 +200,34 @@ std::string RenderSvg(const PlotInput& in) {
             svg += Fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"%.1f\" fill=\"#2a9d3a\"/>\n", x, y,
                        in.reports.size() > 120 ? 1.2 : 3.0);
         } else {
-            svg += Fmt("<path d=\"M%.1f,%.1f l6,6 m0,-6 l-6,6\" stroke=\"#d62728\" "
-                       "stroke-width=\"1.6\"/>\n",
-                       x - 3, y - 3);
+            svg +=
+                Fmt("<path d=\"M%.1f,%.1f l6,6 m0,-6 l-6,6\" stroke=\"#d62728\" "
+                    "stroke-width=\"1.6\"/>\n",
+                    x - 3, y - 3);
         }
     }
 
     // Legend.
     double lx = kLeft + 10, ly = kHeight - 12;
-    svg += Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#1f5fbf\" "
-               "stroke-width=\"2\"/>",
-               lx, ly - 4, lx + 20, ly - 4);
+    svg +=
+        Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#1f5fbf\" "
+            "stroke-width=\"2\"/>",
+            lx, ly - 4, lx + 20, ly - 4);
     svg += Fmt("<text x=\"%.1f\" y=\"%.1f\">power (W)</text>\n", lx + 25, ly);
-    svg += Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#c0561b\" "
-               "stroke-width=\"2\"/>",
-               lx + 110, ly - 4, lx + 130, ly - 4);
+    svg +=
+        Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#c0561b\" "
+            "stroke-width=\"2\"/>",
+            lx + 110, ly - 4, lx + 130, ly - 4);
     svg += Fmt("<text x=\"%.1f\" y=\"%.1f\">energy (Wh)</text>\n", lx + 135, ly);
     svg += Fmt("<circle cx=\"%.1f\" cy=\"%.1f\" r=\"3\" fill=\"#2a9d3a\"/>", lx + 240, ly - 4);
     svg += Fmt("<text x=\"%.1f\" y=\"%.1f\">report sent</text>\n", lx + 248, ly);
     svg += Fmt("<path d=\"M%.1f,%.1f l6,6 m0,-6 l-6,6\" stroke=\"#d62728\" stroke-width=\"1.6\"/>",
                lx + 330, ly - 7);
     svg += Fmt("<text x=\"%.1f\" y=\"%.1f\">report dropped</text>\n", lx + 342, ly);
-    svg += Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#6a6a6a\" "
-               "stroke-dasharray=\"4,3\"/>",
-               lx + 450, ly - 4, lx + 470, ly - 4);
+    svg +=
+        Fmt("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#6a6a6a\" "
+            "stroke-dasharray=\"4,3\"/>",
+            lx + 450, ly - 4, lx + 470, ly - 4);
     svg += Fmt("<text x=\"%.1f\" y=\"%.1f\">scenario change</text>\n", lx + 475, ly);
     svg += "</svg>\n";
     return svg;

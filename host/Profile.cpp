@@ -26,9 +26,9 @@ DeviceProfile DefaultProfile() {
     p.panel_type = "VP55UA2X01";
     p.locale_set = "EU_DTV";
     p.model_year = 24;
-    p.picture = {{"ANA", "700"}, {"DutySum", "800"}, {"APL", "420"},  {"BLOSD", "0"},
-                 {"RESOLUTION", "2160"}, {"PC", "0"}, {"HDR", "0"},    {"IDS", "1"},
-                 {"TEMP", "41"}};
+    p.picture = {{"ANA", "700"}, {"DutySum", "800"},     {"APL", "420"},
+                 {"BLOSD", "0"}, {"RESOLUTION", "2160"}, {"PC", "0"},
+                 {"HDR", "0"},   {"IDS", "1"},           {"TEMP", "41"}};
     p.volume = 20;
     return p;
 }
@@ -87,9 +87,9 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
     DeviceProfile p;
     p.name = origin;
     p.picture.clear();
-    static const char* const kKnown[] = {"name",        "model",       "panelType",  "localeSet",
-                                         "modelYear",   "picture",     "volume",     "speaker",
-                                         "powerState",  "ambientMode", "dataDir",    "sharedDir"};
+    static const char* const kKnown[] = {"name",       "model",       "panelType", "localeSet",
+                                         "modelYear",  "picture",     "volume",    "speaker",
+                                         "powerState", "ambientMode", "dataDir",   "sharedDir"};
     for (const std::string& key : root.getMemberNames()) {
         bool known = false;
         for (const char* k : kKnown) {
@@ -101,13 +101,18 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
     }
     try {
         const JsonValue& r = root;
-        if (r.isMember("name")) p.name = AsText(r["name"], origin, "name");
-        if (r.isMember("model")) p.model = AsText(r["model"], origin, "model");
-        if (r.isMember("panelType")) p.panel_type = AsText(r["panelType"], origin, "panelType");
-        if (r.isMember("localeSet")) p.locale_set = AsText(r["localeSet"], origin, "localeSet");
+        if (r.isMember("name"))
+            p.name = AsText(r["name"], origin, "name");
+        if (r.isMember("model"))
+            p.model = AsText(r["model"], origin, "model");
+        if (r.isMember("panelType"))
+            p.panel_type = AsText(r["panelType"], origin, "panelType");
+        if (r.isMember("localeSet"))
+            p.locale_set = AsText(r["localeSet"], origin, "localeSet");
         if (r.isMember("modelYear"))
             p.model_year = AsInt(r["modelYear"], origin, "modelYear", 0, 99);
-        if (r.isMember("volume")) p.volume = AsInt(r["volume"], origin, "volume", 0, 100);
+        if (r.isMember("volume"))
+            p.volume = AsInt(r["volume"], origin, "volume", 0, 100);
         if (r.isMember("speaker")) {
             const JsonValue& s = r["speaker"];
             if (s.isString() && (s.asString() == "tv" || s.asString() == "external")) {
@@ -132,8 +137,10 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
         }
         if (r.isMember("ambientMode"))
             p.ambient_mode = AsInt(r["ambientMode"], origin, "ambientMode", -1000, 1000);
-        if (r.isMember("dataDir")) p.data_dir = AsText(r["dataDir"], origin, "dataDir");
-        if (r.isMember("sharedDir")) p.shared_dir = AsText(r["sharedDir"], origin, "sharedDir");
+        if (r.isMember("dataDir"))
+            p.data_dir = AsText(r["dataDir"], origin, "dataDir");
+        if (r.isMember("sharedDir"))
+            p.shared_dir = AsText(r["sharedDir"], origin, "sharedDir");
         if (r.isMember("picture")) {
             const JsonValue& pic = r["picture"];
             if (pic.type() != JsonType::Object) {

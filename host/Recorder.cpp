@@ -11,7 +11,9 @@ bool StartsWith(const std::string& s, const char* prefix) {
     return s.compare(0, std::strlen(prefix), prefix) == 0;
 }
 
-double NumberAfter(const std::string& s, size_t pos) { return std::strtod(s.c_str() + pos, nullptr); }
+double NumberAfter(const std::string& s, size_t pos) {
+    return std::strtod(s.c_str() + pos, nullptr);
+}
 
 constexpr char kTurnRule[] = "===================================";
 constexpr char kStatus[] = "[Energy Factors] Power Status: ";
@@ -24,11 +26,10 @@ constexpr char kNotifyFailed[] = "exception caught = ";
 
 std::string FormatDuration(uint64_t s) {
     char buf[64];
-    std::snprintf(buf, sizeof buf, "%llud %02llu:%02llu:%02llu",
-                  static_cast<unsigned long long>(s / 86400),
-                  static_cast<unsigned long long>(s % 86400 / 3600),
-                  static_cast<unsigned long long>(s % 3600 / 60),
-                  static_cast<unsigned long long>(s % 60));
+    std::snprintf(
+        buf, sizeof buf, "%llud %02llu:%02llu:%02llu", static_cast<unsigned long long>(s / 86400),
+        static_cast<unsigned long long>(s % 86400 / 3600),
+        static_cast<unsigned long long>(s % 3600 / 60), static_cast<unsigned long long>(s % 60));
     return buf;
 }
 

@@ -27,7 +27,7 @@ struct Report {
 };
 
 class Recorder {
-public:
+  public:
     explicit Recorder(std::function<uint64_t()> now) : now_(std::move(now)) {}
 
     // Feed every log message (the text after the "<file> : <function>(<line>)  " prefix).
@@ -45,7 +45,7 @@ public:
         report_observer_ = std::move(observer);
     }
 
-private:
+  private:
     void finish_upload(bool sent, const std::string& json);
 
     std::function<uint64_t()> now_;

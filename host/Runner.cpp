@@ -42,11 +42,21 @@ std::string JsonString(const std::string& s) {
     std::string out = "\"";
     for (unsigned char c : s) {
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (c < 0x20) {
                     char buf[8];
@@ -67,7 +77,7 @@ bool IsDir(const std::string& path) {
 
 // A fresh temporary data directory, removed at the end of the run.
 class ScratchDir {
-public:
+  public:
     ScratchDir() {
         char tmpl[] = "/tmp/energy-sim-XXXXXX";
         if (mkdtemp(tmpl) == nullptr) {
@@ -82,13 +92,13 @@ public:
     }
     const std::string& path() const { return path_; }
 
-private:
+  private:
     std::string path_;
 };
 
 // The simulated TV's state that scenario entries change.
 class World {
-public:
+  public:
     explicit World(const DeviceProfile& p) : picture_(p.picture) {}
 
     void Apply(const ScenarioEntry& e) {
@@ -119,9 +129,9 @@ public:
             }
             tvsim::SetVconf(kPictureKey, PictureJson(picture_));
         } else if (c == "config") {
-            tvsim::SetVconf(kPictureKey, a[0] == "missing" ? std::nullopt
-                                                           : std::optional<std::string>(
-                                                                 PictureJson(picture_)));
+            tvsim::SetVconf(kPictureKey, a[0] == "missing"
+                                             ? std::nullopt
+                                             : std::optional<std::string>(PictureJson(picture_)));
         } else if (c == "config-raw") {
             tvsim::SetVconf(kPictureKey, a.empty() ? std::string() : a[0]);
         } else if (c == "protocol") {
@@ -141,20 +151,24 @@ public:
     }
 
     static wexf_protocol_status_e ProtocolStatus(const std::string& s) {
-        if (s == "ready") return WEXF_PROTOCOL_STATUS_READY;
-        if (s == "connected") return WEXF_PROTOCOL_STATUS_CONNECTED;
-        if (s == "disconnected") return WEXF_PROTOCOL_STATUS_DISCONNECTED;
-        if (s == "error") return WEXF_PROTOCOL_STATUS_ERROR;
+        if (s == "ready")
+            return WEXF_PROTOCOL_STATUS_READY;
+        if (s == "connected")
+            return WEXF_PROTOCOL_STATUS_CONNECTED;
+        if (s == "disconnected")
+            return WEXF_PROTOCOL_STATUS_DISCONNECTED;
+        if (s == "error")
+            return WEXF_PROTOCOL_STATUS_ERROR;
         return static_cast<wexf_protocol_status_e>(std::stoi(s));
     }
 
-private:
+  private:
     std::map<std::string, std::string> picture_;
 };
 
 // Where the plug-in's log goes: stderr or a file, from a minimum priority.
 class LogOutput {
-public:
+  public:
     LogOutput(const std::string& file, int min_priority) : min_priority_(min_priority) {
         if (!file.empty()) {
             file_.open(file, std::ios::out | std::ios::trunc);
@@ -178,7 +192,7 @@ public:
         }
     }
 
-private:
+  private:
     int min_priority_;
     std::mutex mutex_;
     std::ofstream file_;

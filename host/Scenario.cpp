@@ -152,11 +152,20 @@ bool ParseDuration(const std::string& text, uint64_t* seconds) {
         uint64_t unit = 1;
         if (i < text.size()) {
             switch (text[i]) {
-                case 'd': unit = 86400; break;
-                case 'h': unit = 3600; break;
-                case 'm': unit = 60; break;
-                case 's': unit = 1; break;
-                default: return false;
+                case 'd':
+                    unit = 86400;
+                    break;
+                case 'h':
+                    unit = 3600;
+                    break;
+                case 'm':
+                    unit = 60;
+                    break;
+                case 's':
+                    unit = 1;
+                    break;
+                default:
+                    return false;
             }
             ++i;
         } else if (any) {

@@ -129,8 +129,8 @@ int main(int argc, char** argv) {
             std::string v = value();
             char* end = nullptr;
             o.speed = v == "fast" ? 0 : std::strtod(v.c_str(), &end);
-            if (v != "fast" && (end == v.c_str() || *end != '\0' || !(o.speed > 0) ||
-                                o.speed > 1e9)) {
+            if (v != "fast" &&
+                (end == v.c_str() || *end != '\0' || !(o.speed > 0) || o.speed > 1e9)) {
                 Die("bad --speed '" + v + "' (a positive number, or 'fast')");
             }
         } else if (a == "--start" && command == "run") {
@@ -144,11 +144,16 @@ int main(int argc, char** argv) {
             o.log_file = value();
         } else if (a == "--log-level" && command == "run") {
             std::string v = value();
-            if (v == "debug") o.log_level = 3;
-            else if (v == "info") o.log_level = 4;
-            else if (v == "error") o.log_level = 6;
-            else if (v == "none") o.log_level = 99;
-            else Die("bad --log-level '" + v + "' (debug, info, error or none)");
+            if (v == "debug")
+                o.log_level = 3;
+            else if (v == "info")
+                o.log_level = 4;
+            else if (v == "error")
+                o.log_level = 6;
+            else if (v == "none")
+                o.log_level = 99;
+            else
+                Die("bad --log-level '" + v + "' (debug, info, error or none)");
         } else if (a == "--plot" && command == "run") {
             o.plot_file = value();
         } else if (a == "--no-progress" && command == "run") {

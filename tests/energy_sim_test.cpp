@@ -31,7 +31,8 @@ Result RunSim(const std::vector<std::string>& args) {
     std::vector<std::string> argv_s = {EC_ENERGY_SIM};
     argv_s.insert(argv_s.end(), args.begin(), args.end());
     std::vector<char*> argv;
-    for (auto& a : argv_s) argv.push_back(a.data());
+    for (auto& a : argv_s)
+        argv.push_back(a.data());
     argv.push_back(nullptr);
     posix_spawn_file_actions_t fa;
     posix_spawn_file_actions_init(&fa);
@@ -53,9 +54,13 @@ Result RunSim(const std::vector<std::string>& args) {
     return r;
 }
 
-std::string Data(const std::string& rel) { return std::string(EC_SOURCE_DIR) + "/data/" + rel; }
+std::string Data(const std::string& rel) {
+    return std::string(EC_SOURCE_DIR) + "/data/" + rel;
+}
 
-int Lines(const std::string& s) { return static_cast<int>(std::count(s.begin(), s.end(), '\n')); }
+int Lines(const std::string& s) {
+    return static_cast<int>(std::count(s.begin(), s.end(), '\n'));
+}
 
 // ---- bad input: exit status 2 and one line naming what is wrong ----
 
@@ -95,7 +100,8 @@ TEST(EnergySimCliTest, BadProfilesNameTheField) {
         {"{\"volume\": 101}", "field \"volume\": must be between 0 and 100"},
         {"{\"volume\": \"loud\"}", "field \"volume\": must be a whole number"},
         {"{\"model\": 5}", "field \"model\": must be a string"},
-        {"{\"picture\": {\"ANA\": true}}", "field \"picture.ANA\": must be a whole number or a string"},
+        {"{\"picture\": {\"ANA\": true}}",
+         "field \"picture.ANA\": must be a whole number or a string"},
         {"{\"picture\": {\"GAMMA\": 1}}", "field \"picture.GAMMA\": unknown register"},
         {"{\"powerState\": \"asleep\"}", "field \"powerState\": must be one of on, picture-off"},
         {"{\"colour\": \"red\"}", "field \"colour\": unknown field"},
@@ -154,10 +160,12 @@ TEST(ScenarioParserTest, TimesCommandsAndErrors) {
         }
         return std::string("no error");
     };
-    EXPECT_EQ(error_of("2h power on\n1h power off\n"), "f:2: time goes back (entries must be in time order)");
+    EXPECT_EQ(error_of("2h power on\n1h power off\n"),
+              "f:2: time goes back (entries must be in time order)");
     EXPECT_EQ(error_of("1h dance\n"), "f:1: unknown command 'dance'");
     EXPECT_EQ(error_of("1h\n"), "f:1: missing command after the time");
-    EXPECT_EQ(error_of("1h picture ANA\n"), "f:1: 'ANA' is not REGISTER=VALUE with a known register");
+    EXPECT_EQ(error_of("1h picture ANA\n"),
+              "f:1: 'ANA' is not REGISTER=VALUE with a known register");
     EXPECT_EQ(error_of("1h picture ANA=99999999999\n"),
               "f:1: value of ANA must be a whole number or '-'");
     EXPECT_EQ(error_of("1h fail no_such_call 3\n"),
@@ -187,7 +195,8 @@ Row QuasarRow() {
             std::vector<std::string> t;
             std::stringstream ss(line);
             std::string tok;
-            while (std::getline(ss, tok, ',')) t.push_back(tok);
+            while (std::getline(ss, tok, ','))
+                t.push_back(tok);
             auto d = [&](int i) { return std::strtod(t.at(i).c_str(), nullptr); };
             return {d(7), d(8), d(9), d(10), d(11), d(12), d(13), d(15), d(16), d(17), d(18)};
         }
@@ -234,7 +243,8 @@ TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
     uint64_t first = 0;
     for (uint64_t i = 0; i < 8640; ++i) {
         uint64_t t = start + 10 * i;
-        if (first == 0) first = t;
+        if (first == 0)
+            first = t;
         acc += energy_at(t);
         if (t - first >= 900) {
             char buf[64];
@@ -261,12 +271,15 @@ TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
     // The summary's total is what the reports carried plus what was not yet reported.
     double reported = 0;
     for (const std::string& g : got) {
-        reported += std::strtod(common::json::JsonValue::Create(g)["cumulativePower"].asString().c_str(), nullptr);
+        reported += std::strtod(
+            common::json::JsonValue::Create(g)["cumulativePower"].asString().c_str(), nullptr);
     }
     double total = 0, pending = 0;
     size_t pos = r.err.find("total energy");
     ASSERT_NE(pos, std::string::npos) << r.err;
-    ASSERT_EQ(std::sscanf(r.err.c_str() + pos, "total energy %lf Wh (%lf Wh not yet reported)", &total, &pending), 2);
+    ASSERT_EQ(std::sscanf(r.err.c_str() + pos, "total energy %lf Wh (%lf Wh not yet reported)",
+                          &total, &pending),
+              2);
     EXPECT_NEAR(total, reported + pending, 1e-3);
     EXPECT_NEAR(pending, acc, 1e-3);
     EXPECT_NE(r.err.find("turns            8640"), std::string::npos) << r.err;
@@ -275,7 +288,8 @@ TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
 
 TEST(EnergySimRunTest, CorvaneDownDropsReportsAndCheckExplains) {
     TempDir dir;
-    testsupport::WriteText(dir.File("s.txt"), "0 protocol corvane disconnected\n1h protocol corvane ready\n");
+    testsupport::WriteText(dir.File("s.txt"),
+                           "0 protocol corvane disconnected\n1h protocol corvane ready\n");
     Result r = RunSim({"--scenario", dir.File("s.txt"), "--duration", "2h", "--log-level", "none",
                        "--plot", dir.File("p.svg")});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -305,8 +319,8 @@ TEST(EnergySimRunTest, EveryShippedProfileAndScenarioRuns) {
         EXPECT_EQ(Lines(r.out), 1) << p << r.err;
     }
     for (const char* s : {"typical-day", "bright-film", "evening-with-faults"}) {
-        Result r = RunSim({"--scenario", Data(std::string("scenarios/") + s + ".txt"),
-                           "--log-level", "none"});
+        Result r = RunSim(
+            {"--scenario", Data(std::string("scenarios/") + s + ".txt"), "--log-level", "none"});
         EXPECT_EQ(r.status, 0) << s << r.err;
     }
 }
