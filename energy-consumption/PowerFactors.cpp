@@ -1,4 +1,5 @@
 #include "PowerFactors.h"
+#include "Strtol32.h"
 
 #include <climits>
 #include <cstdlib>
@@ -19,17 +20,6 @@ const char* const kComponentNames[PowerFactors::kComponentCount] = {
     "MAIN_LPM",
     "SPEAKER",
 };
-
-// The set's long is 32 bits wide: strtol saturates there, so do the same on a 64-bit host.
-int32_t to_int32(long value) {
-    if (value > INT32_MAX) {
-        return INT32_MAX;
-    }
-    if (value < INT32_MIN) {
-        return INT32_MIN;
-    }
-    return static_cast<int32_t>(value);
-}
 
 void print_factor(const char* label, double value) {
     if (value == PowerFactors::kMissing) {
@@ -63,7 +53,7 @@ bool PowerFactors::Parse(const std::string& line) {
         ELOGE("[Energy] The number of tokens is %d (not 19)", static_cast<int>(tokens.size()));
         return false;
     }
-    sequence_number_ = to_int32(std::strtol(tokens[0].c_str(), nullptr, 10));
+    sequence_number_ = Strtol32(tokens[0].c_str());
     text1_ = tokens[1];
     model_ = tokens[2];
     sw_model_ = tokens[3];

@@ -1,4 +1,5 @@
 #include "Registers.h"
+#include "Strtol32.h"
 
 #include <vconf.h>
 
@@ -15,17 +16,6 @@ namespace powermeter {
 namespace {
 
 constexpr const char kVconfKey[] = "memory/ave/powerconsumption";
-
-// The set's long is 32 bits wide: strtol saturates there, so do the same on a 64-bit host.
-int32_t to_int32(long value) {
-    if (value > INT32_MAX) {
-        return INT32_MAX;
-    }
-    if (value < INT32_MIN) {
-        return INT32_MIN;
-    }
-    return static_cast<int32_t>(value);
-}
 
 }  // namespace
 
@@ -67,7 +57,7 @@ void Registers::parse(const std::string& text) {
     for (int i = 0; i < kCount; ++i) {
         if (json.isMember(names_[i])) {
             const std::string member = json[names_[i]].asString();
-            values_[i] = to_int32(std::strtol(member.c_str(), nullptr, 10));
+            values_[i] = Strtol32(member.c_str());
         }
     }
 }

@@ -1,6 +1,7 @@
 // energy-sim: runs the real energy-consumption plug-in on a simulated TV.
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -26,7 +27,8 @@ run (the default):
   --profile FILE     device profile (JSON); default: the built-in profile (VX55Q7000, 55-inch QLED,
                      2024, watching at ANA 700 / DutySum 800 / 2160 lines, volume 20)
   --scenario FILE    timeline of changes at simulated times (see data/scenarios/README.md)
-  --duration TIME    simulated time to run: 90s, 15m, 3h, 1h30m, 7d, HH:MM[:SS] (default 24h)
+  --duration TIME    simulated time to run: 90s, 15m, 3h, 1h30m, 7d, HH:MM[:SS] (default 24h,
+                     at most 366d)
   --speed X          simulated seconds per real second; 'fast' (default) runs as fast as it
                      goes, 1 is real time
   --start TIME       simulated start, YYYY-MM-DDTHH:MM:SSZ (default 2026-01-05T00:00:00Z)
@@ -161,6 +163,16 @@ int main(int argc, char** argv) {
         } else {
             Die("unknown option '" + a + "' for " + command + " (see --help)");
         }
+    }
+
+    // One record per 10 s turn is kept for the summary and the plot: a year is 3.2 million
+    // turns (about 200 MB). Time stamps are 32-bit seconds, so the run must end by 2106.
+    constexpr uint64_t kMaxDuration = 366ull * 86400;
+    if (o.duration > kMaxDuration) {
+        Die("--duration is longer than 366 days");
+    }
+    if (static_cast<uint64_t>(o.start) + o.duration > 4294967295ull) {
+        Die("the run would end after 2106-02-07T06:28:15Z, past 32-bit time stamps");
     }
 
     try {

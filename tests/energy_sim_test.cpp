@@ -74,6 +74,12 @@ TEST(EnergySimCliTest, UnknownOptionAndHelp) {
     r = RunSim({"--duration"});
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(Lines(r.err), 1);
+    r = RunSim({"--duration", "100000d"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, "energy-sim: --duration is longer than 366 days\n");
+    r = RunSim({"--start", "2105-12-31T00:00:00Z", "--duration", "60d"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("past 32-bit time stamps"), std::string::npos) << r.err;
     r = RunSim({"--duration", "soon"});
     EXPECT_EQ(r.status, 2);
     EXPECT_NE(r.err.find("bad --duration 'soon'"), std::string::npos);
