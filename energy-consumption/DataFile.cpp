@@ -1,5 +1,6 @@
 #include "DataFile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,6 +32,19 @@ bool DataFile::is_exist() {
     return access(path.c_str(), F_OK) == 0;
 }
 
+// The probe opens without blocking (a FIFO with no writer would hold a plain open or the first
+// read for ever) and takes the type from the file it opened, not from the name.
+bool DataFile::is_special_file() {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;  // absent or unreadable: the stream's own open reports it
+    }
+    struct stat st;
+    const bool special = fstat(fd, &st) == 0 && !S_ISREG(st.st_mode);
+    ::close(fd);
+    return special;
+}
+
 bool DataFile::is_file_symbolic_link() {
     struct stat st;
     if (lstat(path.c_str(), &st) != 0) {
@@ -41,7 +55,10 @@ bool DataFile::is_file_symbolic_link() {
 
 void DataFile::Remove() {
     close_file();
-    std::remove(path.c_str());
+    // Only a regular file is the log's to delete; a FIFO or directory of that name is not.
+    if (!is_special_file()) {
+        std::remove(path.c_str());
+    }
 }
 
 void DataFile::Close() {
@@ -66,6 +83,12 @@ void DataFile::create_file() {
 }
 
 void DataFile::Open(bool create) {
+    // Only a regular file is opened or created: a FIFO would block, a device or directory is
+    // not a log, so each takes the not-opened path.
+    if (is_special_file()) {
+        stream.setstate(std::ios::failbit);
+        throw_exception_when_stream_is_not_opened();
+    }
     if (create) {
         create_file();
     }

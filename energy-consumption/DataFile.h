@@ -16,10 +16,11 @@ class DataFile {
     DataFile& operator=(const DataFile&) = delete;
 
     bool IsExist();
-    // Closes the stream and deletes the file; the outcome is not checked.
+    // Closes the stream and deletes the file unless it is not a regular file; the outcome is
+    // not checked.
     void Remove();
     // Opens for binary reading and writing without truncation; with `create`, the file is
-    // first (re)created holding a zero count.
+    // first (re)created holding a zero count. Anything but a regular file is not opened.
     void Open(bool create);
     void Close();
     void SeekToEnd();
@@ -29,6 +30,8 @@ class DataFile {
 
   private:
     bool is_exist();
+    // True when the path opens as something other than a regular file (links followed).
+    bool is_special_file();
     bool is_file_symbolic_link();
     void create_file();
     void close_file();
