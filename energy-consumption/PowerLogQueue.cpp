@@ -237,6 +237,8 @@ std::string PowerLogQueue::GetJson() {
 }
 
 void PowerLogQueue::read_from_file() {
+    // Every Start calls Init again: the file alone is the log, or each block would be held twice.
+    items.clear();
     ELOGI("Read logs from the data file");
     if (!DataFile().IsExist()) {
         ELOGI("There is no saved file");
