@@ -7,8 +7,17 @@
 #include <utility>
 
 #include "Log.h"
-#include "SimplePowerLogQueue.h"
 #include "TimeUtil.h"
+
+// The queue behind the engine's interface, chosen here and nowhere else: the running total,
+// or in the daily block report build (EC_QUEUE_BLOCKS) the block log with its default options.
+#ifdef EC_QUEUE_BLOCKS
+#include "PowerLogQueue.h"
+using EngineQueue = powermeter::PowerLogQueue;
+#else
+#include "SimplePowerLogQueue.h"
+using EngineQueue = powermeter::SimplePowerLogQueue;
+#endif
 
 namespace powermeter {
 
@@ -24,12 +33,12 @@ constexpr unsigned long kQueueInterval = 10;
 // Only the worker touches it, and workers never overlap (the next one starts after a join).
 int32_t g_turn = 0;
 
-// The queue is always created as a SimplePowerLogQueue, so that is its dynamic type; deleting
-// it as such runs the right destructor even though the interface has no virtual one.
-void delete_simple_queue(IPowerLogQueue* queue) {
+// The queue is always created as an EngineQueue, so that is its dynamic type; deleting it as
+// such runs the right destructor even though the interface has no virtual one.
+void delete_engine_queue(IPowerLogQueue* queue) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-    delete static_cast<SimplePowerLogQueue*>(queue);
+    delete static_cast<EngineQueue*>(queue);
 #pragma GCC diagnostic pop
 }
 
@@ -49,7 +58,7 @@ PowerMeter* PowerMeter::GetInstance() {
 }
 
 PowerMeter::PowerMeter()
-    : m_queue(new SimplePowerLogQueue(), &delete_simple_queue),
+    : m_queue(new EngineQueue(), &delete_engine_queue),
       m_instantaneous_power(0.0),
       m_accumulated_power(0.0),
       m_accumulated_since(0) {
