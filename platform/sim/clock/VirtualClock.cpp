@@ -297,6 +297,21 @@ void SetSpeed(double speed) {
     g_speed = speed > 0.0 ? speed : 0.0;
 }
 
+bool JumpWallClock(int64_t delta_nanos) {
+    Lock lock(&g_mutex);
+    if (!g_enabled.load()) {
+        return false;
+    }
+    const int64_t wall = g_realtime_base + elapsed_locked();
+    // Before the epoch the wall clock would read as "not virtual" (virtual_now's -1).
+    if (delta_nanos < -wall || delta_nanos > std::numeric_limits<int64_t>::max() / 2 - wall) {
+        return false;
+    }
+    // Only the wall clock's base moves; elapsed time, on which waits and the limit run, does not.
+    g_realtime_base += delta_nanos;
+    return true;
+}
+
 int64_t NowNanos() {
     const int64_t v = virtual_now(Base::kRealtime);
     return v >= 0 ? v : real_realtime();

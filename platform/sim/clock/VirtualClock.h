@@ -57,6 +57,17 @@ bool IsEnabled();
 // 0 = as fast as possible (time moves only in waits); 1 = real time; 10 = ten times faster.
 void SetSpeed(double speed);
 
+// Jumps the virtual wall clock (time, gettimeofday, CLOCK_REALTIME and its variants) by
+// `delta_nanos`, forwards or backwards, as network time or a user setting the clock does; the
+// monotonic clock does not move, so timed waits, their 10-second cadence, parked waits and the
+// limit (kept as elapsed time) carry on exactly as before. A later SetLimit(t) reads t on the
+// jumped wall clock. False, and nothing changes, while disabled or when the wall clock would
+// fall before the epoch.
+bool JumpWallClock(int64_t delta_nanos);
+inline bool JumpWallClockSeconds(int64_t delta_seconds) {
+    return JumpWallClock(delta_seconds * kNanosPerSecond);
+}
+
 // Virtual CLOCK_REALTIME in nanoseconds since the epoch (the real one while disabled).
 int64_t NowNanos();
 inline int64_t NowSeconds() {
