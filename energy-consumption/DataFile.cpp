@@ -83,8 +83,7 @@ void DataFile::create_file() {
 }
 
 void DataFile::Open(bool create) {
-    // Only a regular file is opened or created: a FIFO would block, a device or directory is
-    // not a log, so each takes the not-opened path.
+    // Only a regular file is opened or created: a FIFO would block, anything else is no log.
     if (is_special_file()) {
         stream.setstate(std::ios::failbit);
         throw_exception_when_stream_is_not_opened();

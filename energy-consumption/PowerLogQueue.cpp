@@ -301,12 +301,10 @@ void PowerLogQueue::modify_last_item(DataFile& file) {
 }
 
 void PowerLogQueue::append_item(DataFile& file) {
-    // Record n goes to its own offset, not the physical end: bytes past the counted records
-    // would otherwise sit before it and be read back as a block.
+    // Record n at its own offset, not the file's end, so that stray bytes never precede it.
     file.SeekFromBeg(static_cast<unsigned int>(kCountSize + kRecordSize * (items.size() - 1)));
     WriteRecord(file, items.back());
-    // The count only after the record: a kill between the two leaves the old count over its
-    // intact records (plus ignored bytes), not a count the file cannot satisfy.
+    // The count after the record: a kill between the two leaves the old count over intact records.
     file.SeekFromBeg(0);
     WriteCount(file, items.size());
 }
