@@ -1,16 +1,18 @@
 // The block log under hostile conditions: an append cut short, stray bytes after the records,
 // and an energy_log.dat that is not a regular file. None may lose or invent a block.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fcntl.h>
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <future>
-#include <thread>
+#include <string>
+#include <vector>
 
 #include "PowerLogQueue.h"
 #include "PowerLogTestSupport.h"
