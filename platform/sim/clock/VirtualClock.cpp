@@ -303,7 +303,8 @@ bool JumpWallClock(int64_t delta_nanos) {
         return false;
     }
     const int64_t wall = g_realtime_base + elapsed_locked();
-    // Before the epoch the wall clock would read as "not virtual" (virtual_now's -1).
+    // Before the epoch the wall clock would read as "not virtual" (virtual_now's -1); far
+    // beyond it, base plus elapsed time would overflow.
     if (delta_nanos < -wall || delta_nanos > std::numeric_limits<int64_t>::max() / 2 - wall) {
         return false;
     }
