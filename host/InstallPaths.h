@@ -10,7 +10,7 @@ namespace energysim {
 // The directory of the running executable (from /proc/self/exe), or "" when unknown.
 std::string ExecutableDir();
 
-// The plug-in in the plug-in directory next to this program's library directory.
+// The plug-in module in the plug-in directory, as placed relative to this program.
 std::string DefaultPluginPath();
 
 // The directory of the sample data set, device profiles and scenarios; ends in "/".
