@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "InstallPaths.h"
 #include "Profile.h"
 #include "Runner.h"
 #include "Scenario.h"
@@ -80,7 +81,7 @@ std::string DefaultPlugin() {
     if (const char* env = std::getenv("ENERGY_SIM_PLUGIN")) {
         return env;
     }
-    return EC_DEFAULT_PLUGIN;
+    return energysim::DefaultPluginPath();
 }
 
 std::string DefaultSharedDir() {
@@ -88,7 +89,7 @@ std::string DefaultSharedDir() {
         std::string dir = env;
         return dir.empty() || dir.back() == '/' ? dir : dir + "/";
     }
-    return EC_DATA_DIR;
+    return energysim::DefaultDataDir();
 }
 
 }  // namespace

@@ -1,10 +1,18 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, only those that are missing.
+# Add a package on a line of its own, to the group it belongs to.
 set -euo pipefail
 
-PACKAGES=(cmake ninja-build g++ pkg-config binutils libjson-glib-dev libgtest-dev libgmock-dev
-          libbenchmark-dev)
-# Extra packages for optional work: EXTRA_PACKAGES="clang libclang-rt-14-dev valgrind".
+PACKAGES=(
+  # Build
+  cmake ninja-build g++ pkg-config binutils
+  libjson-glib-dev
+  # Tests and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev
+  # CI: the clang build, the Debian packages (dpkg-shlibdeps reads binaries with file)
+  clang dpkg-dev file
+)
+# Extra packages for optional work: EXTRA_PACKAGES="libclang-rt-14-dev valgrind".
 read -r -a EXTRA <<< "${EXTRA_PACKAGES:-}"
 
 missing=()

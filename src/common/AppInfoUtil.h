@@ -3,7 +3,9 @@
 
 #include <string>
 
-class AppInfoUtil {
+#include "WexfCommonExport.h"
+
+class WEXF_COMMON_API AppInfoUtil {
   public:
     // Each returns the platform's text unchanged (a directory ends in "/"), or "" when the
     // platform has none. They never throw.

@@ -5,10 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "WexfCommonExport.h"
+
 namespace common {
 namespace service_prerequisite {
 
-class EnergyServicePrerequisite {
+class WEXF_COMMON_API EnergyServicePrerequisite {
   public:
     EnergyServicePrerequisite(const std::string& sw_model, const std::string& panel_type);
 

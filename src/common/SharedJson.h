@@ -17,6 +17,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "WexfCommonExport.h"
+
 struct _JsonNode;
 
 namespace common {
@@ -32,7 +34,7 @@ enum class JsonType : int {
     Array = 6,
 };
 
-class JsonException : public std::runtime_error {
+class WEXF_COMMON_API JsonException : public std::runtime_error {
   public:
     explicit JsonException(const std::string& message) : std::runtime_error(message) {}
     explicit JsonException(const char* message) : std::runtime_error(message) {}
@@ -52,7 +54,7 @@ bool node_layout_matches();
 
 }  // namespace bugfix
 
-class SharedJson {
+class WEXF_COMMON_API SharedJson {
   public:
     using Owner = std::unique_ptr<_JsonNode, void (*)(_JsonNode*)>;
 
@@ -136,7 +138,7 @@ class SharedJson {
     _JsonNode* node;
 };
 
-class JsonValue {
+class WEXF_COMMON_API JsonValue {
   public:
     class ChildManager;
 

@@ -5,7 +5,9 @@
 
 #include <string>
 
-class SystemInfoUtil {
+#include "WexfCommonExport.h"
+
+class WEXF_COMMON_API SystemInfoUtil {
   public:
     static bool getStringFromSystemInfo(system_info_key_e key, std::string& out);
     static std::string GetLocaleSet();

@@ -1,0 +1,86 @@
+// The node-layout workaround behind every in-place re-initialisation of a JSON node. It is
+// internal to the support library (not exported), so these tests link the library's objects.
+#include <gtest/gtest.h>
+#include <json-glib/json-glib.h>
+
+#include "SharedJson.h"
+
+// ---- The node layout that clear_node relies on ----
+
+namespace {
+
+// Counts json-glib's CRITICAL messages while alive instead of printing them.
+class CriticalCounter {
+  public:
+    CriticalCounter() {
+        id_ = g_log_set_handler("Json", G_LOG_LEVEL_CRITICAL, &CriticalCounter::Count, &count_);
+    }
+    ~CriticalCounter() { g_log_remove_handler("Json", id_); }
+    int count() const { return count_; }
+
+  private:
+    static void Count(const gchar*, GLogLevelFlags, const gchar*, gpointer count) {
+        ++*static_cast<int*>(count);
+    }
+    guint id_ = 0;
+    int count_ = 0;
+};
+
+}  // namespace
+
+TEST(JsonNodeLayout, MatchesTheLoadedJsonGlib) {
+    ASSERT_TRUE(common::json::bugfix::node_layout_matches())
+        << "json-glib's JsonNode layout changed: bugfix::clear_node must be revisited";
+}
+
+TEST(JsonNodeLayout, ClearNodeLeavesANullNodeWithoutPayload) {
+    struct Case {
+        JsonNodeType type;
+        JsonNode* (*make)();
+    };
+    const Case cases[] = {
+        {JSON_NODE_OBJECT,
+         [] {
+             JsonNode* n = json_node_new(JSON_NODE_OBJECT);
+             json_node_take_object(n, json_object_new());
+             return n;
+         }},
+        {JSON_NODE_ARRAY,
+         [] {
+             JsonNode* n = json_node_new(JSON_NODE_ARRAY);
+             json_node_take_array(n, json_array_new());
+             return n;
+         }},
+        {JSON_NODE_VALUE, [] { return json_node_init_string(json_node_alloc(), "payload"); }},
+    };
+    for (const Case& c : cases) {
+        JsonNode* node = c.make();
+        common::json::bugfix::clear_node(node);
+        EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_NULL);
+        // Re-typing the node without setting a payload shows what json-glib finds there.
+        json_node_init(node, c.type);
+        if (c.type == JSON_NODE_OBJECT) {
+            EXPECT_EQ(json_node_get_object(node), nullptr);
+        } else if (c.type == JSON_NODE_ARRAY) {
+            EXPECT_EQ(json_node_get_array(node), nullptr);
+        } else {
+            EXPECT_EQ(json_node_get_value_type(node), G_TYPE_INVALID);
+        }
+        json_node_unref(node);
+    }
+}
+
+TEST(JsonNodeLayout, ClearNodeLeavesASharedNodeAlone) {
+    JsonNode* node = json_node_new(JSON_NODE_OBJECT);
+    json_node_take_object(node, json_object_new());
+    json_node_ref(node);
+    {
+        CriticalCounter criticals;
+        common::json::bugfix::clear_node(node);
+        EXPECT_EQ(criticals.count(), 1);  // json-glib refused a node with two holders
+    }
+    EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_OBJECT);
+    EXPECT_NE(json_node_get_object(node), nullptr);
+    json_node_unref(node);
+    json_node_unref(node);
+}
