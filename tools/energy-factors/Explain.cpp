@@ -40,7 +40,9 @@ std::string FormatExplanation(const Explanation& e) {
     std::string out;
     out += fmt::format("set         SW model {}, panel type {}\n", e.sw_model, e.panel_type);
     out += fmt::format("data set    version \"{}\"\n", e.version);
-    if (e.candidates.empty()) {
+    if (e.panel_type.size() <= 8) {
+        out += "candidates  none compared: the panel type is 8 characters or shorter\n";
+    } else if (e.candidates.empty()) {
         out += fmt::format("candidates  none: no readable row has SW model {}\n", e.sw_model);
     } else {
         out += fmt::format("candidates  the rows of SW model {}, in file order:\n", e.sw_model);

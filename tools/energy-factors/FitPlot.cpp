@@ -142,7 +142,7 @@ std::string RenderFitSvg(const FitResult& r, const std::string& title) {
         const char* label;
     };
     const Series series[] = {
-        {&r.measured, "#9a9a9a", "", 3.0, "wattmeter (mean per turn)"},
+        {&r.measured, "#b4b4b4", "", 4.0, "wattmeter (mean per turn)"},
         {&r.estimated_before, "#d62728", "6,3", 1.6, "plug-in, data set's row (before)"},
         {&r.estimated_after, "#1f5fbf", "", 1.4, "plug-in, fitted row (after)"},
     };
@@ -175,8 +175,8 @@ std::string RenderFitSvg(const FitResult& r, const std::string& title) {
             "<tspan fill=\"#1f5fbf\">{:+.2f}%</tspan></text>\n",
             tx, ty, name, ErrorPercent(e.before_wh, e.measured_wh),
             ErrorPercent(e.after_wh, e.measured_wh));
-        tx += 270;
-        if (tx > kWidth - 270) {
+        tx += 360;
+        if (tx > kWidth - 360) {
             tx = kLeft;
             ty += 18;
         }

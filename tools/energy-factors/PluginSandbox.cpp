@@ -115,8 +115,10 @@ struct RowModel::Impl {
 
 RowModel::RowModel(PluginSandbox& sandbox, const std::string& row_text) : impl_(new Impl) {
     powermeter::PowerFactors row;
-    if (!PluginSandbox::ParseRow(row_text, &row, nullptr)) {
-        throw std::runtime_error("the plug-in does not read this row: " + row_text);
+    std::vector<std::string> log;
+    if (!PluginSandbox::ParseRow(row_text, &row, &log)) {
+        throw std::runtime_error(fmt::format("the plug-in does not read the row \"{}\": {}",
+                                             row_text, fmt::join(log, "; ")));
     }
     const std::vector<std::string> texts = PluginSandbox::TextColumns(row);
     sandbox.WriteDataSet("energy-factors\n" + row_text + "\n");

@@ -45,8 +45,8 @@ class PluginSandbox {
 // The plug-in's calculator initialised with one row, asked for the watts of given inputs.
 class RowModel {
   public:
-    // Selects `row_text` as the only row of a data set in the sandbox. Throws
-    // std::runtime_error when the plug-in does not select it.
+    // Makes `row_text` the only row of the sandbox's data set and initialises the calculator
+    // with it. Throws std::runtime_error when the plug-in does not read or select it.
     RowModel(PluginSandbox& sandbox, const std::string& row_text);
     ~RowModel();
     double Watts(const Inputs& in);

@@ -1,6 +1,9 @@
 #include "Truth.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <random>
 
@@ -15,7 +18,8 @@ std::string SkewedRow(PluginSandbox& sandbox, const DataRow& row, const Session&
     std::uniform_real_distribution<double> factor(1.0 - skew, 1.0 + skew);
     Factors f = FactorsOf(row.row);
     for (int i : choice.fitted) {
-        f[i] *= factor(random);
+        // Four significant digits keep the printed row readable.
+        f[i] = std::strtod(fmt::format("{:.4g}", f[i] * factor(random)).c_str(), nullptr);
     }
     return FormatRow(row, f);
 }

@@ -188,6 +188,15 @@ int main(int argc, char** argv) {
     truth->add_option("--seed", o.seed, "random seed (default 1)");
     truth->add_option("-o,--output", o.output, "write the CSV here (default: stdout)");
 
+    // CLI11 would only say that a sub-command is required.
+    if (argc > 1 && argv[1][0] != '-') {
+        try {
+            app.get_subcommand(argv[1]);
+        } catch (const CLI::OptionNotFound&) {
+            fmt::print(stderr, "energy-factors: unknown sub-command '{}' (see --help)\n", argv[1]);
+            return kBadInput;
+        }
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
