@@ -89,6 +89,78 @@ TEST(EnergyFactorsMeterTest, SamplesAveragedOverEachTurnByTime) {
         std::runtime_error);
 }
 
+const char kRow[] = "1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8";
+
+energyfactors::DataRow RowOf(const std::string& text) {
+    return energyfactors::ParseDataSet("set", "TEST-1\n" + text + "\n").rows.at(0);
+}
+
+// Turns at 0 s (LPM), 10 s (standby) and 30 s (suspended): samples every 2.5 s carry each
+// turn's watts; none falls in the gap from 20 s to 30 s.
+TEST(EnergyFactorsTruthTest, SamplesFollowTheTurnsAtThePeriod) {
+    energyfactors::PluginSandbox sandbox;
+    energyfactors::Session session;
+    session.turns = {{kStart, {powermeter::LPM, 700, 800, 2160, 0}},
+                     {kStart + 10, {powermeter::BACKGROUND_STANDBY, 700, 800, 2160, 0}},
+                     {kStart + 30, {powermeter::SUSPEND, 700, 800, 2160, 0}}};
+    energyfactors::TruthOptions o;
+    o.noise_percent = 0;
+    o.period = 2.5;
+    const auto samples = energyfactors::TrueSamples(sandbox, kRow, session, o);
+    std::vector<double> times, watts;
+    for (const auto& s : samples) {
+        times.push_back(s.time - kStart);
+        watts.push_back(s.watts);
+    }
+    EXPECT_EQ(times, (std::vector<double>{0, 2.5, 5, 7.5, 10, 12.5, 15, 17.5, 30, 32.5, 35, 37.5}));
+    EXPECT_EQ(watts, (std::vector<double>{2.5, 2.5, 2.5, 2.5, 13.2, 13.2, 13.2, 13.2, 0, 0, 0, 0}));
+}
+
+TEST(EnergyFactorsTruthTest, NoiseHasTheStatedSpread) {
+    energyfactors::PluginSandbox sandbox;
+    energyfactors::Session session;
+    for (int i = 0; i < 1000; ++i) {
+        session.turns.push_back({kStart + 10 * i, {powermeter::LPM, 700, 800, 2160, 0}});
+    }
+    energyfactors::TruthOptions o;
+    o.noise_percent = 2;
+    o.period = 1;
+    const auto samples = energyfactors::TrueSamples(sandbox, kRow, session, o);
+    ASSERT_EQ(samples.size(), 10000u);
+    double sum = 0, squares = 0;
+    for (const auto& s : samples) {
+        sum += s.watts / 2.5 - 1;
+        squares += (s.watts / 2.5 - 1) * (s.watts / 2.5 - 1);
+    }
+    EXPECT_NEAR(sum / 10000, 0.0, 0.001);
+    EXPECT_NEAR(std::sqrt(squares / 10000), 0.02, 0.001);
+}
+
+// A session of picture-on turns with the speaker silent reaches the backlight, CELL and MAIN
+// only: those move by at most the skew, the rest stay.
+TEST(EnergyFactorsTruthTest, SkewMovesOnlyTheFactorsAFitWouldChange) {
+    energyfactors::PluginSandbox sandbox;
+    energyfactors::Session session;
+    session.turns = {{kStart, {powermeter::NORMAL, 700, 800, 2160, 0}},
+                     {kStart + 10, {powermeter::NORMAL, 300, 900, 1080, 0}}};
+    const energyfactors::DataRow row = RowOf(kRow);
+    const energyfactors::DataRow skewed =
+        RowOf(energyfactors::SkewedRow(sandbox, row, session, 0.2, 3));
+    const energyfactors::Factors before = energyfactors::FactorsOf(row.row);
+    const energyfactors::Factors after = energyfactors::FactorsOf(skewed.row);
+    for (int i = 0; i < energyfactors::kFactorCount; ++i) {
+        SCOPED_TRACE(energyfactors::FactorName(i));
+        const bool reached =
+            i <= powermeter::ALPHA || i == 8 + powermeter::CELL || i == 8 + powermeter::MAIN;
+        if (reached) {
+            EXPECT_NE(after[i], before[i]);
+            EXPECT_LE(std::fabs(after[i] / before[i] - 1), 0.2);
+        } else {
+            EXPECT_EQ(after[i], before[i]);
+        }
+    }
+}
+
 #ifdef EF_ENERGY_SIM
 // energy-sim's log of one day of the typical-day scenario on the default set (row 103).
 std::string SimulateTypicalDay(const testsupport::TempDir& dir) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <memory>
 #include <utility>
 
 #include "Json.h"
@@ -86,15 +87,18 @@ std::vector<std::string> StatesThatDiffer(RowModel& a, RowModel& b) {
 bool CheckMissing(PluginSandbox& sandbox, const DataRow& row, std::vector<Defect>* out) {
     const Factors f = FactorsOf(row.row);
     bool found = false;
+    std::unique_ptr<RowModel> as_is;
     for (int i = 0; i < kFactorCount; ++i) {
         if (f[i] != PowerFactors::kMissing || i == powermeter::TYPE) {
             continue;
         }
         Factors filled = f;
         filled[i] = 1.0;
-        RowModel as_is(sandbox, row.text);
+        if (!as_is) {
+            as_is = std::make_unique<RowModel>(sandbox, row.text);
+        }
         RowModel with_value(sandbox, FormatRow(row, filled));
-        const std::vector<std::string> states = StatesThatDiffer(as_is, with_value);
+        const std::vector<std::string> states = StatesThatDiffer(*as_is, with_value);
         if (!states.empty()) {
             found = true;
             out->push_back({row.line, Severity::kError,

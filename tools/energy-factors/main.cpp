@@ -95,6 +95,10 @@ int RunFit(const Options& o) {
     fmt::print("session   {}: {} turns; {}: {} samples\n", o.log, session.turns.size(), o.meter,
                samples.size());
     fmt::print("set       SW model {}, panel type {}\n", session.sw_model, session.panel_type);
+    if (session.row_id != row.row.SequenceNumber()) {
+        fmt::print("note      the session metered with row ID {}; {} selects row ID {}\n",
+                   session.row_id, o.file, row.row.SequenceNumber());
+    }
     fmt::print("{}", ef::FormatFitReport(r));
     if (!o.plot.empty()) {
         WriteFile(o.plot, ef::RenderFitSvg(
