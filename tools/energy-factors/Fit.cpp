@@ -176,15 +176,18 @@ FactorChoice ChooseFactors(PluginSandbox& sandbox, const DataRow& row, const Inp
     return c;
 }
 
-FitResult Fit(PluginSandbox& sandbox, const DataRow& row, const Session& session,
-              const std::vector<TurnMeasure>& measures) {
-    FitResult r;
-    r.row = row;
-    r.before = FactorsOf(row.row);
+namespace {
 
-    // Turns with samples, grouped by their inputs: the misfit of a group's mean, weighted by
-    // the square root of its share of the turns, equals the per-turn least squares up to a
-    // constant.
+// Turns with samples, grouped by their inputs: the misfit of a group's mean, weighted by the
+// square root of its share of the turns, equals the per-turn least squares up to a constant.
+struct Groups {
+    int turns = 0;
+    InputCounts inputs;
+    std::vector<double> weights, means;  // in the order of `inputs`
+};
+
+Groups GroupMeasures(const Session& session, const std::vector<TurnMeasure>& measures) {
+    Groups g;
     std::vector<Turn> measured_turns;
     std::map<Inputs, double> sums;
     for (size_t i = 0; i < session.turns.size(); ++i) {
@@ -196,57 +199,85 @@ FitResult Fit(PluginSandbox& sandbox, const DataRow& row, const Session& session
     if (measured_turns.empty()) {
         throw std::runtime_error("no wattmeter sample falls in a turn of the session");
     }
-    r.turns_measured = static_cast<int>(measured_turns.size());
-    const InputCounts inputs = CountInputs(measured_turns);
-    std::vector<double> weights, means;
-    for (const auto& [in, n] : inputs) {
-        weights.push_back(std::sqrt(static_cast<double>(n) / r.turns_measured));
-        means.push_back(sums[in] / n);
+    g.turns = static_cast<int>(measured_turns.size());
+    g.inputs = CountInputs(measured_turns);
+    for (const auto& [in, n] : g.inputs) {
+        g.weights.push_back(std::sqrt(static_cast<double>(n) / g.turns));
+        g.means.push_back(sums[in] / n);
     }
+    return g;
+}
 
-    r.choice = ChooseFactors(sandbox, row, inputs);
-    r.after = r.before;
-    if (!r.choice.fitted.empty()) {
-        Problem problem(sandbox, row, r.before, r.choice.fitted, inputs, weights, means);
+// Fits the chosen factors; fills the fitted row and the solver's account.
+void Solve(PluginSandbox& sandbox, const Groups& g, FitResult* r) {
+    r->after = r->before;
+    if (r->choice.fitted.empty()) {
+        r->solver_status = "nothing to fit";
+    } else {
+        Problem problem(sandbox, r->row, r->before, r->choice.fitted, g.inputs, g.weights, g.means);
         Eigen::NumericalDiff<Problem> numeric(problem);
         Eigen::LevenbergMarquardt<Eigen::NumericalDiff<Problem>> lm(numeric);
-        lm.setMaxfev(400 * (static_cast<int>(r.choice.fitted.size()) + 1));
-        Eigen::VectorXd x = Eigen::VectorXd::Zero(static_cast<int>(r.choice.fitted.size()));
-        r.solver_status = StatusText(lm.minimize(x));
-        r.iterations = static_cast<int>(lm.iterations());
-        r.evaluations = static_cast<int>(lm.nfev());
-        r.after = problem.FactorsAt(x);
-        for (int i : r.choice.fitted) {
-            r.after[i] = Round6(r.after[i]);
+        lm.setMaxfev(400 * (static_cast<int>(r->choice.fitted.size()) + 1));
+        Eigen::VectorXd x = Eigen::VectorXd::Zero(static_cast<int>(r->choice.fitted.size()));
+        r->solver_status = StatusText(lm.minimize(x));
+        r->iterations = static_cast<int>(lm.iterations());
+        r->evaluations = static_cast<int>(lm.nfev());
+        r->after = problem.FactorsAt(x);
+        for (int i : r->choice.fitted) {
+            r->after[i] = Round6(r->after[i]);
         }
-    } else {
-        r.solver_status = "nothing to fit";
     }
-    r.after_text = FormatRow(row, r.after);
+    r->after_text = FormatRow(r->row, r->after);
+}
 
-    RowModel before(sandbox, row.text);
-    std::map<Inputs, double> before_w;
+std::map<Inputs, double> WattsByInput(PluginSandbox& sandbox, const std::string& row_text,
+                                      const InputCounts& inputs) {
+    const std::vector<double> w = WattsOf(sandbox, row_text, inputs);
+    std::map<Inputs, double> out;
+    size_t u = 0;
     for (const auto& [in, n] : inputs) {
-        before_w[in] = before.Watts(in);
+        out[in] = w[u++];
     }
-    RowModel after(sandbox, r.after_text);
+    return out;
+}
+
+// Energy and RMS error per state of the data set's row and the fitted row, and the series for
+// the plot.
+void Compare(PluginSandbox& sandbox, const Session& session,
+             const std::vector<TurnMeasure>& measures, const InputCounts& inputs, FitResult* r) {
+    const std::map<Inputs, double> before = WattsByInput(sandbox, r->row.text, inputs);
+    const std::map<Inputs, double> after = WattsByInput(sandbox, r->after_text, inputs);
     for (size_t i = 0; i < session.turns.size(); ++i) {
         if (measures[i].samples == 0) {
             continue;
         }
         const Inputs& in = session.turns[i].in;
-        const double m = measures[i].watts, b = before_w[in], a = after.Watts(in);
-        Accumulate(r.states[in.state], m, b, a);
-        Accumulate(r.all, m, b, a);
-        r.times.push_back(session.turns[i].time);
-        r.measured.push_back(m);
-        r.estimated_before.push_back(b);
-        r.estimated_after.push_back(a);
+        const double m = measures[i].watts, b = before.at(in), a = after.at(in);
+        Accumulate(r->states[in.state], m, b, a);
+        Accumulate(r->all, m, b, a);
+        r->times.push_back(session.turns[i].time);
+        r->measured.push_back(m);
+        r->estimated_before.push_back(b);
+        r->estimated_after.push_back(a);
     }
-    for (StateError& e : r.states) {
+    for (StateError& e : r->states) {
         FinishRms(e);
     }
-    FinishRms(r.all);
+    FinishRms(r->all);
+}
+
+}  // namespace
+
+FitResult Fit(PluginSandbox& sandbox, const DataRow& row, const Session& session,
+              const std::vector<TurnMeasure>& measures) {
+    FitResult r;
+    r.row = row;
+    r.before = FactorsOf(row.row);
+    const Groups groups = GroupMeasures(session, measures);
+    r.turns_measured = groups.turns;
+    r.choice = ChooseFactors(sandbox, row, groups.inputs);
+    Solve(sandbox, groups, &r);
+    Compare(sandbox, session, measures, groups.inputs, &r);
     return r;
 }
 
