@@ -162,10 +162,12 @@ TEST(EnergyFactorsTruthTest, SkewMovesOnlyTheFactorsAFitWouldChange) {
 }
 
 #ifdef EF_ENERGY_SIM
-// energy-sim's log of one day of the typical-day scenario on the default set (row 103).
+// energy-sim's log of one day of the typical-day scenario on the VX55Q7000 (row 103).
 std::string SimulateTypicalDay(const testsupport::TempDir& dir) {
     const std::string log = dir.File("day.log");
     std::vector<std::string> args = {EF_ENERGY_SIM,
+                                     "--profile",
+                                     std::string(EC_SOURCE_DIR) + "/data/devices/vx55q7000.json",
                                      "--scenario",
                                      std::string(EC_SOURCE_DIR) + "/data/scenarios/typical-day.txt",
                                      "--duration",
