@@ -7,6 +7,8 @@ PACKAGES=(
   # Build
   cmake ninja-build g++ pkg-config binutils
   libjson-glib-dev
+  # The host kit's programs: options, formatting, the factor fit
+  libcli11-dev libfmt-dev libeigen3-dev
   # Tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   # CI: the clang build, the Debian packages (dpkg-shlibdeps reads binaries with file)

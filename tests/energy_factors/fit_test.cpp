@@ -1,0 +1,244 @@
+// energy-factors fit: reading the plug-in's log and a wattmeter CSV, and the ground-truth
+// calibration of one simulated day.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "DataSet.h"
+#include "Fit.h"
+#include "Meter.h"
+#include "Session.h"
+#include "TestSupport.h"
+#include "Truth.h"
+
+extern char** environ;
+
+namespace {
+
+using energyfactors::Turn;
+
+constexpr int64_t kStart = 1767571200;  // 2026-01-05T00:00:00Z
+
+TEST(EnergyFactorsSessionTest, OneTurnPerCompleteSnapshot) {
+    std::istringstream log(
+        "t INFO ENERGY_SERVICE: PowerFactorLoader.cpp : get_panel_type(1)  [Energy] Panel Type: "
+        "PANEL0001\n"
+        "t INFO ENERGY_SERVICE: PowerFactorLoader.cpp : get_sw_model(1)  [Energy] SW Model: SW A\n"
+        "[Energy] UTC: 2026-1-5 0:0:0\n"
+        "[Energy Factors] enum: 7, blu_type: 0\n"
+        "[Energy Factors] ana:1, dutysum:2, resolution: 3, volume: 4\n"
+        "[Energy Factors] Power Status: LPM\n"
+        "[Energy] Accumulated Power: 0.1 from  UTC: 2026-1-5 0:0:0\n"
+        "[Energy] UTC: 2026-1-5 0:0:10\n"
+        "[Energy Factors] enum: 7, blu_type: 0\n"
+        "[Energy] !!! An exception: ANA is not available\n"
+        "[Energy] UTC: 2026-1-5 0:0:20\n"
+        "[Energy Factors] enum: 7, blu_type: 0\n"
+        "[Energy Factors] ana:5, dutysum:6, resolution: 7, volume: 8\n"
+        "[Energy Factors] Power Status: NORMAL\n");
+    const energyfactors::Session s = energyfactors::ParseSession(log);
+    EXPECT_EQ(s.sw_model, "SW A");
+    EXPECT_EQ(s.panel_type, "PANEL0001");
+    EXPECT_EQ(s.row_id, 7);
+    ASSERT_EQ(s.turns.size(), 2u);
+    EXPECT_EQ(s.turns[0].time, kStart);
+    EXPECT_EQ(s.turns[0].in, (energyfactors::Inputs{powermeter::LPM, 1, 2, 3, 4}));
+    EXPECT_EQ(s.turns[1].time, kStart + 20);
+    EXPECT_EQ(s.turns[1].in, (energyfactors::Inputs{powermeter::NORMAL, 5, 6, 7, 8}));
+}
+
+TEST(EnergyFactorsMeterTest, SamplesAveragedOverEachTurnByTime) {
+    testsupport::TempDir dir;
+    testsupport::WriteText(dir.File("m.csv"),
+                           "time,watts\n"
+                           "# a comment\n"
+                           "1767571199.9,1000\n"           // before the first turn
+                           "2026-01-05T00:00:00Z,10\n"     // first instant of turn 0
+                           "1767571209.99,20\n"            // last instant of turn 0
+                           "1767571210,1000\n"             // no turn from 10 s to 20 s
+                           "2026-01-05T00:00:25.5Z,7\n");  // turn 2
+    const std::vector<Turn> turns = {{kStart, {}}, {kStart + 20, {}}, {kStart + 30, {}}};
+    const auto m =
+        energyfactors::AverageOverTurns(energyfactors::ReadMeter(dir.File("m.csv")), turns);
+    ASSERT_EQ(m.size(), 3u);
+    EXPECT_EQ(m[0].samples, 2);
+    EXPECT_DOUBLE_EQ(m[0].watts, 15.0);
+    EXPECT_EQ(m[1].samples, 1);
+    EXPECT_DOUBLE_EQ(m[1].watts, 7.0);
+    EXPECT_EQ(m[2].samples, 0);
+
+    testsupport::WriteText(dir.File("bad.csv"), "time,watts\n1767571200,10\n1767571201;11\n");
+    EXPECT_THROW(
+        {
+            try {
+                energyfactors::ReadMeter(dir.File("bad.csv"));
+            } catch (const std::runtime_error& e) {
+                EXPECT_EQ(std::string(e.what()),
+                          dir.File("bad.csv") +
+                              ":3: not \"time,watts\" (seconds or UTC time, then watts)");
+                throw;
+            }
+        },
+        std::runtime_error);
+}
+
+const char kRow[] = "1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8";
+
+energyfactors::DataRow RowOf(const std::string& text) {
+    return energyfactors::ParseDataSet("set", "TEST-1\n" + text + "\n").rows.at(0);
+}
+
+// Turns at 0 s (LPM), 10 s (standby) and 30 s (suspended): samples every 2.5 s carry each
+// turn's watts; none falls in the gap from 20 s to 30 s.
+TEST(EnergyFactorsTruthTest, SamplesFollowTheTurnsAtThePeriod) {
+    energyfactors::PluginSandbox sandbox;
+    energyfactors::Session session;
+    session.turns = {{kStart, {powermeter::LPM, 700, 800, 2160, 0}},
+                     {kStart + 10, {powermeter::BACKGROUND_STANDBY, 700, 800, 2160, 0}},
+                     {kStart + 30, {powermeter::SUSPEND, 700, 800, 2160, 0}}};
+    energyfactors::TruthOptions o;
+    o.noise_percent = 0;
+    o.period = 2.5;
+    const auto samples = energyfactors::TrueSamples(sandbox, kRow, session, o);
+    std::vector<double> times, watts;
+    for (const auto& s : samples) {
+        times.push_back(s.time - kStart);
+        watts.push_back(s.watts);
+    }
+    EXPECT_EQ(times, (std::vector<double>{0, 2.5, 5, 7.5, 10, 12.5, 15, 17.5, 30, 32.5, 35, 37.5}));
+    EXPECT_EQ(watts, (std::vector<double>{2.5, 2.5, 2.5, 2.5, 13.2, 13.2, 13.2, 13.2, 0, 0, 0, 0}));
+}
+
+TEST(EnergyFactorsTruthTest, NoiseHasTheStatedSpread) {
+    energyfactors::PluginSandbox sandbox;
+    energyfactors::Session session;
+    for (int i = 0; i < 1000; ++i) {
+        session.turns.push_back({kStart + 10 * i, {powermeter::LPM, 700, 800, 2160, 0}});
+    }
+    energyfactors::TruthOptions o;
+    o.noise_percent = 2;
+    o.period = 1;
+    const auto samples = energyfactors::TrueSamples(sandbox, kRow, session, o);
+    ASSERT_EQ(samples.size(), 10000u);
+    double sum = 0, squares = 0;
+    for (const auto& s : samples) {
+        sum += s.watts / 2.5 - 1;
+        squares += (s.watts / 2.5 - 1) * (s.watts / 2.5 - 1);
+    }
+    EXPECT_NEAR(sum / 10000, 0.0, 0.001);
+    EXPECT_NEAR(std::sqrt(squares / 10000), 0.02, 0.001);
+}
+
+// A session of picture-on turns with the speaker silent reaches the backlight, CELL and MAIN
+// only: those move by at most the skew, the rest stay.
+TEST(EnergyFactorsTruthTest, SkewMovesOnlyTheFactorsAFitWouldChange) {
+    energyfactors::PluginSandbox sandbox;
+    energyfactors::Session session;
+    session.turns = {{kStart, {powermeter::NORMAL, 700, 800, 2160, 0}},
+                     {kStart + 10, {powermeter::NORMAL, 300, 900, 1080, 0}}};
+    const energyfactors::DataRow row = RowOf(kRow);
+    const energyfactors::DataRow skewed =
+        RowOf(energyfactors::SkewedRow(sandbox, row, session, 0.2, 3));
+    const energyfactors::Factors before = energyfactors::FactorsOf(row.row);
+    const energyfactors::Factors after = energyfactors::FactorsOf(skewed.row);
+    for (int i = 0; i < energyfactors::kFactorCount; ++i) {
+        SCOPED_TRACE(energyfactors::FactorName(i));
+        const bool reached =
+            i <= powermeter::ALPHA || i == 8 + powermeter::CELL || i == 8 + powermeter::MAIN;
+        if (reached) {
+            EXPECT_NE(after[i], before[i]);
+            EXPECT_LE(std::fabs(after[i] / before[i] - 1), 0.2);
+        } else {
+            EXPECT_EQ(after[i], before[i]);
+        }
+    }
+}
+
+#ifdef EF_ENERGY_SIM
+// energy-sim's log of one day of the typical-day scenario on the VX55Q7000 (row 103).
+std::string SimulateTypicalDay(const testsupport::TempDir& dir) {
+    const std::string log = dir.File("day.log");
+    std::vector<std::string> args = {EF_ENERGY_SIM,
+                                     "--profile",
+                                     std::string(EC_SOURCE_DIR) + "/data/devices/vx55q7000.json",
+                                     "--scenario",
+                                     std::string(EC_SOURCE_DIR) + "/data/scenarios/typical-day.txt",
+                                     "--duration",
+                                     "24h",
+                                     "--log",
+                                     log,
+                                     "--log-level",
+                                     "info",
+                                     "--no-progress"};
+    std::vector<char*> argv;
+    for (std::string& a : args) {
+        argv.push_back(a.data());
+    }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t fa;
+    posix_spawn_file_actions_init(&fa);
+    posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    int status = -1;
+    if (posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), environ) == 0) {
+        waitpid(pid, &status, 0);
+    }
+    posix_spawn_file_actions_destroy(&fa);
+    EXPECT_EQ(status, 0) << "energy-sim failed";
+    return log;
+}
+
+// The set's real row differs from the data set's row 103 by up to 20% in every factor the day
+// reaches; the wattmeter reads it every second with 2% noise.
+TEST(EnergyFactorsFitTest, GroundTruthDayRecoversTheEnergyOfEveryState) {
+    testsupport::TempDir dir;
+    const energyfactors::Session session = energyfactors::ReadSession(SimulateTypicalDay(dir));
+    ASSERT_EQ(session.turns.size(), 8640u);
+
+    energyfactors::PluginSandbox sandbox;
+    const auto set =
+        energyfactors::ReadDataSet(std::string(EC_SOURCE_DIR) + "/data/energy_factors.dat");
+    const energyfactors::DataRow row = energyfactors::SessionRow(sandbox, set, session);
+    ASSERT_EQ(row.row.SequenceNumber(), 103);
+    //                              OD_MIN OD_MAX VF_MIN VF_MAX ALPHA           CELL MAIN    SPEAKER
+    const std::string true_row =
+        "103,2024,VX55Q7000,24_QUASAR_55,55,VP55UA2X01,QLED,450,1980,52.8,50.4,1.2,4,2,-,10.2,26,3."
+        "0,14";
+    energyfactors::TruthOptions truth;
+    truth.noise_percent = 2.0;
+    truth.period = 1.0;
+    truth.seed = 11;
+    const auto samples = energyfactors::TrueSamples(sandbox, true_row, session, truth);
+    ASSERT_EQ(samples.size(), 86400u);
+
+    const energyfactors::FitResult r = energyfactors::Fit(
+        sandbox, row, session, energyfactors::AverageOverTurns(samples, session.turns));
+    std::cout << energyfactors::FormatFitReport(r);
+
+    const std::vector<int> fitted = {
+        powermeter::OD_MIN, powermeter::OD_MAX,   powermeter::VF_MIN,   powermeter::VF_MAX,
+        powermeter::ALPHA,  8 + powermeter::CELL, 8 + powermeter::MAIN, 8 + powermeter::SPEAKER};
+    EXPECT_EQ(r.choice.fitted, fitted);  // MAIN_LPM: no LPM turn in the day
+    EXPECT_GT(std::fabs(energyfactors::ErrorPercent(r.all.before_wh, r.all.measured_wh)), 3.0);
+    EXPECT_LT(std::fabs(energyfactors::ErrorPercent(r.all.after_wh, r.all.measured_wh)), 0.5);
+    int states = 0;
+    for (const energyfactors::StateError& e : r.states) {
+        if (e.turns > 0) {
+            ++states;
+            EXPECT_GT(std::fabs(energyfactors::ErrorPercent(e.before_wh, e.measured_wh)), 1.0);
+            EXPECT_LT(std::fabs(energyfactors::ErrorPercent(e.after_wh, e.measured_wh)), 1.0);
+        }
+    }
+    EXPECT_EQ(states, 4);  // NORMAL, BACKGROUND_STANDBY, ALWAYS_ON_SCREEN, PICTURE_OFF
+}
+#endif
+
+}  // namespace

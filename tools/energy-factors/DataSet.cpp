@@ -1,0 +1,72 @@
+#include "DataSet.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+#include "PluginSandbox.h"
+
+namespace energyfactors {
+
+DataSet ReadDataSet(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        throw std::runtime_error(fmt::format("cannot read {}", path));
+    }
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        throw std::runtime_error(fmt::format("cannot read {}", path));
+    }
+    return ParseDataSet(path, text);
+}
+
+DataSet ParseDataSet(const std::string& path, const std::string& text) {
+    DataSet set;
+    set.path = path;
+    set.text = text;
+    std::istringstream in(text);
+    std::string line;
+    set.has_first_line = static_cast<bool>(std::getline(in, line));
+    set.first_line = line;
+    int number = 1;
+    while (std::getline(in, line)) {
+        DataRow row;
+        row.line = ++number;
+        row.text = line;
+        row.parsed = PluginSandbox::ParseRow(line, &row.row, &row.parse_log);
+        if (row.parsed) {
+            row.texts = PluginSandbox::TextColumns(row.row);
+            row.parse_log.clear();
+        }
+        set.rows.push_back(std::move(row));
+    }
+    return set;
+}
+
+const DataRow* FindRow(const DataSet& set, const powermeter::PowerFactors& record) {
+    const Factors factors = FactorsOf(record);
+    const std::vector<std::string> texts = PluginSandbox::TextColumns(record);
+    for (const DataRow& row : set.rows) {
+        if (row.parsed && row.row.SequenceNumber() == record.SequenceNumber() &&
+            row.texts == texts && FactorsOf(row.row) == factors) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+std::string FormatRow(const DataRow& row, const Factors& factors) {
+    std::string out = fmt::format("{}", row.row.SequenceNumber());
+    for (const std::string& t : row.texts) {
+        out += "," + t;
+    }
+    for (double f : factors) {
+        out += "," + FactorText(f);
+    }
+    return out;
+}
+
+}  // namespace energyfactors

@@ -1,0 +1,73 @@
+// Calibrates one row's factors from a metering session and a wattmeter log: nonlinear least
+// squares (Eigen's Levenberg-Marquardt) over the plug-in's own calculator.
+#pragma once
+
+#include <array>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "DataSet.h"
+#include "Meter.h"
+#include "PluginSandbox.h"
+#include "Session.h"
+
+namespace energyfactors {
+
+// The row the plug-in selects for the session's set. Throws std::runtime_error when the log
+// does not name the set or the data set has no row for it.
+DataRow SessionRow(PluginSandbox& sandbox, const DataSet& set, const Session& session);
+
+// Which factors a fit may change, and why the others stay.
+struct FactorChoice {
+    std::vector<int> fitted;
+    std::vector<std::pair<int, std::string>> held;  // factor, reason
+};
+
+// Distinct inputs of the session, with how many turns had them.
+using InputCounts = std::map<Inputs, int>;
+InputCounts CountInputs(const std::vector<Turn>& turns);
+
+// Factors the session's inputs reach, less the structural ones (block count, backlight type)
+// and those that are "-".
+FactorChoice ChooseFactors(PluginSandbox& sandbox, const DataRow& row, const InputCounts& inputs);
+
+struct StateError {
+    int turns = 0;
+    double measured_wh = 0;
+    double before_wh = 0;
+    double after_wh = 0;
+    double before_rms = 0;  // watts, per turn
+    double after_rms = 0;
+};
+
+struct FitResult {
+    DataRow row;
+    FactorChoice choice;
+    Factors before{};
+    Factors after{};
+    std::string after_text;  // the fitted row in data-set format
+    int iterations = 0;
+    int evaluations = 0;
+    std::string solver_status;
+    int turns_measured = 0;
+    std::array<StateError, kStateCount> states{};
+    StateError all;
+    // Per turn with samples, for the plot.
+    std::vector<int64_t> times;
+    std::vector<double> measured, estimated_before, estimated_after;
+};
+
+FitResult Fit(PluginSandbox& sandbox, const DataRow& row, const Session& session,
+              const std::vector<TurnMeasure>& measures);
+
+// The report: choice, solver, per-state table, fitted row.
+std::string FormatFitReport(const FitResult& r);
+
+// Signed relative error in percent.
+inline double ErrorPercent(double estimate, double measured) {
+    return measured != 0 ? (estimate - measured) / measured * 100.0 : 0.0;
+}
+
+}  // namespace energyfactors

@@ -1,0 +1,25 @@
+#include "Inputs.h"
+
+namespace energyfactors {
+
+namespace {
+const char* const kStateNames[kStateCount] = {
+    "NORMAL", "LPM", "BACKGROUND_STANDBY", "ALWAYS_ON_SCREEN", "PICTURE_OFF", "SUSPEND",
+};
+}  // namespace
+
+const char* StateName(powermeter::_PowerStatusForEnergy s) {
+    return s >= 0 && s < kStateCount ? kStateNames[s] : "?";
+}
+
+bool StateFromName(const std::string& name, powermeter::_PowerStatusForEnergy* out) {
+    for (int s = 0; s < kStateCount; ++s) {
+        if (name == kStateNames[s]) {
+            *out = static_cast<powermeter::_PowerStatusForEnergy>(s);
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace energyfactors

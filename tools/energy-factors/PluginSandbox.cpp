@@ -1,0 +1,151 @@
+#include "PluginSandbox.h"
+
+#include <fmt/format.h>
+#include <stdlib.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "Calculator.h"
+#include "PowerFactorLoader.h"
+
+namespace energyfactors {
+
+namespace {
+
+constexpr char kDataFile[] = "energy_factors.dat";
+constexpr char kPictureKey[] = "memory/ave/powerconsumption";
+constexpr size_t kDefaultRetention = 200000;  // the simulator's own default
+
+// Platform power state and ambient mode that the plug-in maps onto each power state.
+struct PlatformState {
+    int state;
+    int ambient;
+};
+constexpr PlatformState kPlatformStates[kStateCount] = {
+    {0, 0},  // NORMAL
+    {4, 2},  // LPM
+    {2, 0},  // BACKGROUND_STANDBY
+    {2, 1},  // ALWAYS_ON_SCREEN
+    {1, 0},  // PICTURE_OFF
+    {3, 0},  // SUSPEND
+};
+
+std::vector<std::string> MessagesSince(uint64_t mark) {
+    std::vector<std::string> out;
+    for (const tvsim::LogLine& l : tvsim::LinesSince(mark)) {
+        out.push_back(l.Message());
+    }
+    return out;
+}
+
+}  // namespace
+
+PluginSandbox::PluginSandbox() {
+    char tmpl[] = "/tmp/energy-factors-XXXXXX";
+    if (mkdtemp(tmpl) == nullptr) {
+        throw std::runtime_error(
+            fmt::format("cannot make a temporary directory: {}", std::strerror(errno)));
+    }
+    dir_ = std::string(tmpl) + "/";
+    tvsim::Reset();
+    tvsim::SetLogRetention(kDefaultRetention);
+    tvsim::SetAppPath(tvsim::AppPath::kSharedResource, dir_);
+    tvsim::SetSpeakerSelection(0);
+}
+
+PluginSandbox::~PluginSandbox() {
+    tvsim::Reset();
+    tvsim::ClearLog();
+    tvsim::SetLogRetention(kDefaultRetention);
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+}
+
+void PluginSandbox::WriteDataSet(const std::string& text) {
+    std::ofstream out(dir_ + kDataFile, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out.flush()) {
+        throw std::runtime_error(fmt::format("cannot write {}{}", dir_, kDataFile));
+    }
+}
+
+Selection PluginSandbox::Select(const std::string& sw_model, const std::string& panel_type) {
+    tvsim::SetModelName(sw_model);
+    tvsim::SetPanelType(panel_type);
+    const uint64_t mark = tvsim::LogMark();
+    Selection s;
+    powermeter::PowerFactorLoader loader;
+    s.selected = loader.Load(s.row);
+    s.log = tvsim::LinesSince(mark);
+    return s;
+}
+
+bool PluginSandbox::ParseRow(const std::string& line, powermeter::PowerFactors* out,
+                             std::vector<std::string>* log) {
+    const uint64_t mark = tvsim::LogMark();
+    const bool ok = out->Parse(line);
+    if (log != nullptr) {
+        *log = MessagesSince(mark);
+    }
+    return ok;
+}
+
+std::vector<std::string> PluginSandbox::TextColumns(const powermeter::PowerFactors& row) {
+    // Print logs "[Energy] === ID === ", then one "[Energy] <text>" per text column.
+    const uint64_t mark = tvsim::LogMark();
+    row.Print();
+    std::vector<std::string> messages = MessagesSince(mark);
+    std::vector<std::string> texts;
+    const std::string prefix = "[Energy] ";
+    for (size_t i = 1; i < messages.size() && texts.size() < 6; ++i) {
+        texts.push_back(messages[i].substr(prefix.size()));
+    }
+    return texts;
+}
+
+struct RowModel::Impl {
+    powermeter::Calculator calculator;
+    std::string picture;  // the configuration key's text last published
+    int volume = -1;
+};
+
+RowModel::RowModel(PluginSandbox& sandbox, const std::string& row_text) : impl_(new Impl) {
+    powermeter::PowerFactors row;
+    std::vector<std::string> log;
+    if (!PluginSandbox::ParseRow(row_text, &row, &log)) {
+        throw std::runtime_error(fmt::format("the plug-in does not read the row \"{}\": {}",
+                                             row_text, fmt::join(log, "; ")));
+    }
+    const std::vector<std::string> texts = PluginSandbox::TextColumns(row);
+    sandbox.WriteDataSet("energy-factors\n" + row_text + "\n");
+    tvsim::SetModelName(texts[2]);
+    tvsim::SetPanelType(texts[4]);
+    if (!impl_->calculator.Init()) {
+        throw std::runtime_error("the plug-in does not select this row: " + row_text);
+    }
+}
+
+RowModel::~RowModel() = default;
+
+double RowModel::Watts(const Inputs& in) {
+    std::string picture = fmt::format(R"({{"ANA":"{}","DutySum":"{}","RESOLUTION":"{}"}})", in.ana,
+                                      in.dutysum, in.resolution);
+    if (picture != impl_->picture) {
+        tvsim::SetVconf(kPictureKey, picture);
+        impl_->picture = std::move(picture);
+    }
+    if (in.volume != impl_->volume) {
+        tvsim::SetMasterVolume(in.volume);
+        impl_->volume = in.volume;
+    }
+    tvsim::SetPowerState(kPlatformStates[in.state].state);
+    tvsim::SetAmbientMode(kPlatformStates[in.state].ambient);
+    impl_->calculator.Calculate();
+    return impl_->calculator.PowerConsumption();
+}
+
+}  // namespace energyfactors
