@@ -3,7 +3,7 @@
 set -euo pipefail
 
 PACKAGES=(cmake ninja-build g++ pkg-config binutils libjson-glib-dev libgtest-dev libgmock-dev
-          libbenchmark-dev)
+          libbenchmark-dev libcli11-dev libfmt-dev)
 # Extra packages for optional work: EXTRA_PACKAGES="clang libclang-rt-14-dev valgrind".
 read -r -a EXTRA <<< "${EXTRA_PACKAGES:-}"
 
