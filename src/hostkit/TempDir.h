@@ -9,7 +9,7 @@ namespace hostkit {
 class TempDir {
   public:
     // Creates "<$TMPDIR or /tmp>/<prefix>-XXXXXX". Throws std::runtime_error when it cannot.
-    explicit TempDir(const std::string& prefix = "ec-tmp");
+    explicit TempDir(const std::string& prefix = "ec-test");
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
