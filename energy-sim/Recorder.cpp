@@ -99,6 +99,16 @@ void Recorder::Finish() {
     }
 }
 
+void Recorder::OnRestart() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    close_turn();
+    ++totals_.restarts;
+    totals_.restart_wh += totals_.pending_wh + (upload_open_ ? upload_wh_ : 0.0);
+    totals_.pending_wh = 0.0;
+    upload_open_ = false;
+    upload_wh_ = 0.0;
+}
+
 void Recorder::close_turn() {
     if (!turn_open_) {
         return;
@@ -145,15 +155,19 @@ std::string Summary(const Totals& t, uint64_t simulated_seconds, const std::stri
     out += fmt::format("turns            {}\n", t.turns);
     out += fmt::format("reports          {} sent ({:.6f} Wh), {} dropped ({:.6f} Wh)\n", t.sent,
                        t.sent_wh, t.dropped, t.dropped_wh);
+    if (t.restarts > 0) {
+        out += fmt::format("restarts         {} ({:.6f} Wh metered and never reported)\n",
+                           t.restarts, t.restart_wh);
+    }
     out += fmt::format("total energy     {:.6f} Wh ({:.6f} Wh not yet reported)\n",
-                       t.sent_wh + t.dropped_wh + t.pending_wh, t.pending_wh);
+                       t.sent_wh + t.dropped_wh + t.restart_wh + t.pending_wh, t.pending_wh);
     out += "per power state  time            energy\n";
     for (const auto& [state, s] : t.by_state) {
         out += fmt::format("  {:<20} {}  {:14.6f} Wh\n", state, FormatDuration(s.turns * 10), s.wh);
     }
     out +=
-        "sources          sent: the reports' cumulativePower as sent; dropped, not yet reported\n"
-        "                 and per power state: the plug-in's per-turn energy log lines\n";
+        "sources          sent: the reports' cumulativePower as sent; the other figures: the\n"
+        "                 plug-in's per-turn energy log lines\n";
     return out;
 }
 

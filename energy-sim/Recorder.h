@@ -35,6 +35,8 @@ struct Totals {
     double sent_wh = 0.0;     // sum of the cumulativePower values as sent
     double dropped_wh = 0.0;  // turns of the uploads that were dropped
     double pending_wh = 0.0;  // turns metered since the last upload: not reported yet
+    uint64_t restarts = 0;
+    double restart_wh = 0.0;  // turns metered before a restart and never reported
 };
 
 class Recorder {
@@ -50,6 +52,8 @@ class Recorder {
     void OnNotification(const std::string& property, const std::string& json);
     // Closes the turn in progress (at the end of the run).
     void Finish();
+    // The plug-in was destroyed and created again: its unreported energy is gone.
+    void OnRestart();
 
     Totals Snapshot() const;
     // Counters for the progress line, readable without the lock.

@@ -7,10 +7,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <map>
 #include <memory>
 #include <mutex>
 
@@ -101,6 +104,10 @@ class Session {
     int report();
 
     void apply_entries_at(uint64_t offset, bool protocol);
+    void apply(const ScenarioEntry& entry);
+    void create_plugin();
+    void restart_plugin(uint64_t offset);
+    void advance_clock_to(uint64_t offset);
     void step_to(uint64_t offset);
     void pace_to(uint64_t offset);
     void wait_parked();
@@ -123,6 +130,8 @@ class Session {
     World world_;
     std::unique_ptr<wexfhost::Plugin> plugin_;
     std::atomic<bool> meter_started_{false};
+    // The last status of each protocol, reported again to a re-created service.
+    std::map<std::string, wexf_protocol_status_e> protocols_;
     bool observing_ = false;
     std::mutex out_mutex_;
     std::string out_error_;
@@ -197,7 +206,7 @@ void Session::apply_entries_at(uint64_t offset, bool protocol) {
     for (const ScenarioEntry& e : *entries_) {
         const bool is_protocol = std::holds_alternative<command::Protocol>(e.command);
         if (e.offset == offset && is_protocol == protocol) {
-            world_.Apply(e.command);
+            apply(e);
         }
     }
 }
@@ -214,10 +223,10 @@ void Session::load_plugin() {
     // Settings at offset 0 are in place before the plug-in starts; protocol reports need its
     // service, so they follow CreatePlugin.
     apply_entries_at(0, false);
-    plugin_->Create();  // returns 1 whatever happened; its log says the rest
     if (!(o_.scenario && o_.scenario->SetsCorvaneAtStart())) {
-        wexfhost::FireProtocolStatus(kService, "corvane", WEXF_PROTOCOL_STATUS_READY);
+        protocols_["corvane"] = WEXF_PROTOCOL_STATUS_READY;
     }
+    create_plugin();
     apply_entries_at(0, true);
     while (entries_ != nullptr && next_ < entries_->size() && (*entries_)[next_].offset == 0) {
         ++next_;
@@ -244,10 +253,54 @@ void Session::run_timeline() {
         }
         for (; entries_ != nullptr && next_ < entries_->size() && (*entries_)[next_].offset == at;
              ++next_) {
-            world_.Apply((*entries_)[next_].command);
+            apply((*entries_)[next_]);
         }
     }
     real_end_ = RealNanos();
+}
+
+void Session::apply(const ScenarioEntry& e) {
+    if (std::holds_alternative<command::Restart>(e.command)) {
+        if (e.offset > 0) {  // at 0 the plug-in is only about to be created
+            restart_plugin(e.offset);
+        }
+        return;
+    }
+    if (const auto* p = std::get_if<command::Protocol>(&e.command)) {
+        protocols_[p->name] = p->status;
+    }
+    world_.Apply(e.command);
+}
+
+// CreatePlugin, then the protocols' last statuses, as a framework reports them to a new service.
+void Session::create_plugin() {
+    meter_started_ = false;
+    plugin_->Create();  // returns 1 whatever happened; its log says the rest
+    for (const auto& [name, status] : protocols_) {
+        wexfhost::FireProtocolStatus(kService, name, status);
+    }
+}
+
+// The worker is parked just before `offset`: DestroyPlugin, then CreatePlugin at `offset` (the
+// new worker's first turn), with the data directory as it is.
+void Session::restart_plugin(uint64_t offset) {
+    plugin_->Destroy();
+    recorder_.OnRestart();
+    advance_clock_to(offset);
+    create_plugin();
+    wait_parked();
+}
+
+// With no worker waiting, a timed wait of this thread moves virtual time to `offset`.
+void Session::advance_clock_to(uint64_t offset) {
+    const int64_t target = o_.start + static_cast<int64_t>(offset);
+    vclock::SetLimitSeconds(target);
+    std::mutex m;
+    std::condition_variable cv;
+    std::unique_lock<std::mutex> lock(m);
+    const auto delta =
+        std::chrono::nanoseconds(target * vclock::kNanosPerSecond - vclock::NowNanos());
+    cv.wait_until(lock, std::chrono::steady_clock::now() + delta);
 }
 
 // Lets the plug-in run every turn due before `offset` (a turn due exactly at a change must see

@@ -155,6 +155,9 @@ Command Build(const Words& w) {
         auto call = a.size() == 1 ? CallNamed(a[0]) : std::nullopt;
         return call ? Command(command::Restore{*call}) : fail("restore takes a platform call name");
     }
+    if (c == "restart") {
+        return a.empty() ? Command(command::Restart{}) : fail("restart takes no arguments");
+    }
     return fail("unknown command " + Quote(c));
 }
 
@@ -207,6 +210,7 @@ std::string Describe(const Command& command) {
                 return std::string("restore ") + tvsim::CallName(c.call);
             },
             [](const command::Note& c) { return "note " + c.text; },
+            [](const command::Restart&) { return std::string("restart"); },
         },
         command);
 }

@@ -21,6 +21,8 @@
 //     fail CALL CODE           (a platform call, e.g. device_power_get_state, fails with CODE)
 //     restore CALL
 //     note TEXT                (a label on the plot)
+//     restart                  (DestroyPlugin, then CreatePlugin at the same simulated time;
+//                               the data directory is kept)
 //
 // Each line is parsed once into a typed Command; the run applies it and the plot labels it from
 // that value.
@@ -81,12 +83,13 @@ struct Restore {
 struct Note {
     std::string text;
 };
+struct Restart {};
 }  // namespace command
 
-using Command =
-    std::variant<command::Power, command::PowerState, command::AmbientMode, command::Volume,
-                 command::Speaker, command::Picture, command::Config, command::ConfigRaw,
-                 command::Protocol, command::Fail, command::Restore, command::Note>;
+using Command = std::variant<command::Power, command::PowerState, command::AmbientMode,
+                             command::Volume, command::Speaker, command::Picture, command::Config,
+                             command::ConfigRaw, command::Protocol, command::Fail, command::Restore,
+                             command::Note, command::Restart>;
 
 // The command as a scenario line writes it ("power standby", "picture ANA=5 TEMP=-").
 std::string Describe(const Command& command);

@@ -63,6 +63,7 @@ void World::Apply(const Command& command) {
                    [](const command::Fail& c) { tvsim::FailCall(c.call, c.code); },
                    [](const command::Restore& c) { tvsim::ClearFailure(c.call); },
                    [](const command::Note&) {},
+                   [](const command::Restart&) {},
                },
                command);
 }

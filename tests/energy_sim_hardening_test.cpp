@@ -183,6 +183,20 @@ TEST(EnergySimSpeedTest, EverySpeedRunsEveryTurn) {
     }
 }
 
+// ---- a restart: the new worker meters from the restart on, at the same cadence ----
+
+TEST(EnergySimScenarioTest, RestartStartsANewMeterAtItsTime) {
+    TempDir dir;
+    testsupport::WriteText(dir.File("r.txt"), "0 power on\n1h restart\n");
+    Result r = RunSim({"--scenario", dir.File("r.txt"), "--duration", "2h", "--log-level", "none"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("turns            720\n"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("restarts         1 ("), std::string::npos) << r.err;
+    // The first report after the restart covers the turns from the restart on.
+    EXPECT_NE(r.out.find("\"epoch\":1767575700,"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("cumulativeDateUTC\\\":\\\"1767574800\\\""), std::string::npos) << r.out;
+}
+
 // ---- the plot of a long run keeps a single 10-second peak ----
 
 TEST(EnergySimPlotTest, LongRunKeepsOneTurnSpike) {
