@@ -8,6 +8,7 @@
 
 #include "LogTexts.h"
 #include "Options.h"
+#include "Recorder.h"
 #include "Scenario.h"
 #include "SimProcess.h"
 #include "TestSupport.h"
@@ -65,6 +66,49 @@ TEST(EnergySimParseTest, QuotedTextIsPrintableAndShort) {
     EXPECT_EQ(energysim::Quote("dance"), "'dance'");
     EXPECT_EQ(energysim::Quote(std::string("a\0\x1b\xff", 4)), "'a\\x00\\x1b\\xff'");
     EXPECT_EQ(energysim::Quote(std::string(100, 'x')), "'" + std::string(40, 'x') + "...'");
+}
+
+// ---- the recorder's accounting, from the plug-in's own log texts ----
+
+TEST(EnergySimRecorderTest, SentComesFromTheReportsAndTheRestFromTheTurns) {
+    namespace text = powermeter::logtext;
+    uint64_t now = 100;
+    int turns_seen = 0, reports_seen = 0;
+    energysim::Recorder rec([&] { return now; }, [&](const energysim::Turn&) { ++turns_seen; },
+                            [&](uint64_t, bool) { ++reports_seen; });
+    auto turn = [&](const char* state, const char* wh) {
+        rec.OnLog("ENERGY_SERVICE", std::string(text::kTurnRule) + "7=====");
+        rec.OnLog("ENERGY_SERVICE", std::string(text::kPowerStatus) + state);
+        rec.OnLog("ENERGY_SERVICE", std::string(text::kCalculatedPower) + "100.0 (W/h)");
+        rec.OnLog("ENERGY_SERVICE", std::string(text::kInstantaneousPower) + wh);
+        now += 10;
+    };
+    turn("NORMAL", "0.250000");
+    turn("NORMAL", "0.250000");
+    rec.OnLog("ENERGY_SERVICE", text::kUploadNow);
+    // The report says what was sent, whatever the turn lines' rounding.
+    rec.OnNotification("dailyPowerConsumption", R"({"cumulativePower":"0.500001"})");
+    turn("PICTURE_OFF", "0.100000");
+    rec.OnLog("ENERGY_SERVICE", text::kUploadNow);
+    rec.OnLog("ENERGY_SERVICE", text::kProtocolNotReady);
+    turn("PICTURE_OFF", "0.125000");
+    rec.OnLog("ENERGY_SERVICE", std::string(text::kTurnRule) + "9=====");
+    rec.OnLog("ENERGY_SERVICE", std::string(text::kTurnFailed) + "no registers");
+    rec.OnLog("OTHER_TAG", std::string(text::kInstantaneousPower) + "5.0");
+    rec.Finish();
+
+    const energysim::Totals t = rec.Snapshot();
+    EXPECT_EQ(t.turns, 5u);
+    EXPECT_EQ(turns_seen, 5);
+    EXPECT_EQ(reports_seen, 2);
+    EXPECT_EQ(t.sent, 1u);
+    EXPECT_DOUBLE_EQ(t.sent_wh, 0.500001);
+    EXPECT_EQ(t.dropped, 1u);
+    EXPECT_DOUBLE_EQ(t.dropped_wh, 0.1);
+    EXPECT_DOUBLE_EQ(t.pending_wh, 0.125);
+    EXPECT_EQ(t.by_state.at("NORMAL").turns, 2u);
+    EXPECT_EQ(t.by_state.at("PICTURE_OFF").turns, 2u);
+    EXPECT_EQ(t.by_state.at("no estimate").turns, 1u);
 }
 
 // ---- bad input: one line, exit status 2, before the run ----
