@@ -243,7 +243,10 @@ void Session::run_timeline() {
         }
         step_to(target);
         if (signal_ != 0) {
-            reached_ = static_cast<uint64_t>(vclock::NowSeconds() - o_.start);
+            // The last turn ran at "now" and counts for its 10 seconds, as every turn does.
+            const int64_t last = vclock::NowSeconds() - o_.start;
+            reached_ = std::min<uint64_t>(
+                o_.duration, static_cast<uint64_t>(last) + (recorder_.TurnCount() > 0 ? 10 : 0));
             break;
         }
         at = reached_ = target;
