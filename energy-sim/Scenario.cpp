@@ -1,5 +1,6 @@
 #include "Scenario.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -285,9 +286,7 @@ std::string Quote(const std::string& text) {
         if (c >= 0x20 && c < 0x7f) {
             out += static_cast<char>(c);
         } else {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\x%02x", c);
-            out += buf;
+            out += fmt::format("\\x{:02x}", c);
         }
     }
     return out + (text.size() > kShown ? "...'" : "'");
