@@ -140,6 +140,7 @@ class Session {
     int64_t real_start_ = 0;
     int64_t real_end_ = 0;
     int64_t last_progress_ = 0;
+    int64_t lag_ = 0;
 };
 
 void Session::set_up_world() {
@@ -315,7 +316,9 @@ void Session::step_to(uint64_t offset) {
     if (!poll_interrupt()) {
         vclock::SetLimit((o_.start + static_cast<int64_t>(offset)) * vclock::kNanosPerSecond - 1);
     }
+    const int64_t waiting_since = RealNanos();
     wait_parked();
+    lag_ += RealNanos() - waiting_since;  // real time the paced clock waited for the worker
     check_outputs();
 }
 
@@ -427,9 +430,10 @@ int Session::report() {
     if (!meter_started_) {
         err_ << "note: the meter did not start (see the log with --log-level error)\n";
     }
+    // Kept: the worker was where the paced clock wanted it nearly all the time.
     const double real = static_cast<double>(real_end_ - real_start_) / 1e9;
-    if (o_.speed > 0 && signal_ == 0 && real > 0.05 &&
-        static_cast<double>(reached_) < 0.95 * o_.speed * real) {
+    if (o_.speed > 0 && signal_ == 0 && real > 0 &&
+        static_cast<double>(lag_) > 0.1 * static_cast<double>(real_end_ - real_start_)) {
         err_ << fmt::format(
             "energy-sim: warning: this machine could not keep --speed {:g}; the run reached "
             "{:.4g} simulated seconds per real second\n",
