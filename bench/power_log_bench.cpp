@@ -14,6 +14,7 @@
 #include "IPowerLogQueue.h"
 #include "PowerLogQueue.h"
 #include "SimplePowerLogQueue.h"
+#include "TempDir.h"
 #include "tvsim/Simulator.h"
 
 namespace {
@@ -61,27 +62,18 @@ int RunDay(powermeter::IPowerLogQueue& queue) {
 
 class DataDir {
   public:
-    explicit DataDir(const std::string& options) {
-        char tmpl[] = "/tmp/ec-bench-XXXXXX";
-        if (mkdtemp(tmpl) == nullptr) {
-            std::perror("mkdtemp");
-            std::abort();
-        }
-        path_ = std::string(tmpl) + "/";
+    explicit DataDir(const std::string& options) : scratch_("ec-bench") {
+        const std::string& path_ = scratch_.path();
         if (!options.empty()) {
             mkdir((path_ + "test_option").c_str(), 0755);
             std::ofstream(path_ + "test_option/energy_option.txt") << options;
         }
         tvsim::SetAppPath(tvsim::AppPath::kData, path_);
     }
-    ~DataDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-    }
-    const std::string& path() const { return path_; }
+    const std::string& path() const { return scratch_.path(); }
 
   private:
-    std::string path_;
+    hostkit::TempDir scratch_;
 };
 
 void BM_SimpleQueueDay(benchmark::State& state) {

@@ -13,6 +13,7 @@
 #include "Calculator.h"
 #include "PowerFactorLoader.h"
 #include "PowerFactors.h"
+#include "TempDir.h"
 #include "tvsim/Simulator.h"
 
 namespace {
@@ -25,13 +26,8 @@ constexpr const char kPanel[] = "BN65QA1K01";
 // rows spread over the file (similar, similar, equal), the rest are other models.
 class DataSet {
   public:
-    DataSet() {
-        char tmpl[] = "/tmp/ec-bench-XXXXXX";
-        if (mkdtemp(tmpl) == nullptr) {
-            throw std::runtime_error("mkdtemp failed");
-        }
-        dir_ = std::string(tmpl) + "/";
-        std::ofstream out(dir_ + "energy_factors.dat");
+    DataSet() : scratch_("ec-bench") {
+        std::ofstream out(file());
         out << "ECF-BENCH generated\n";
         for (int i = 0; i < kRows; ++i) {
             std::string sw = "SW_" + std::to_string(i % 5000);
@@ -48,15 +44,11 @@ class DataSet {
                 << ",QLED,400,1500,52,62,0.8,8,3,-,16,34,3.2,15\n";
         }
     }
-    ~DataSet() {
-        std::error_code ec;
-        std::filesystem::remove_all(dir_, ec);
-    }
-    const std::string& dir() const { return dir_; }
-    std::string file() const { return dir_ + "energy_factors.dat"; }
+    const std::string& dir() const { return scratch_.path(); }
+    std::string file() const { return scratch_.File("energy_factors.dat"); }
 
   private:
-    std::string dir_;
+    hostkit::TempDir scratch_;
 };
 
 const DataSet& Data() {

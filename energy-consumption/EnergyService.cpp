@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "Log.h"
+#include "LogTexts.h"
 #include "PowerMeter.h"
 
 namespace powermeter {
@@ -111,7 +112,7 @@ void EnergyService::cancelRequestCallback(wexf_service_h /*service*/,
 void EnergyService::notify(const std::string& json) {
     if (!isReadyToNotify()) {
         // Dropped, not kept for later: the meter resets its queue all the same.
-        ELOGE("%s", "Protocol is not READY yet!!");
+        ELOGE("%s", logtext::kProtocolNotReady);
         return;
     }
     ELOGI("notify %s", json.c_str());
@@ -124,7 +125,7 @@ void EnergyService::notify(const std::string& json) {
         // The framework takes the list and its property over.
         wexf_service_notify(m_handle, list);
     } catch (const std::exception& e) {
-        ELOGE("exception caught = %s", e.what());
+        ELOGE("%s%s", logtext::kNotifyFailed, e.what());
     }
 }
 

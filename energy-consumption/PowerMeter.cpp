@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Log.h"
+#include "LogTexts.h"
 #include "TimeUtil.h"
 
 // The queue behind the engine's interface, chosen here and nowhere else: the running total,
@@ -110,7 +111,7 @@ bool PowerMeter::create_thread() {
         ELOGE("[Energy] failed to init because %s", e.what());
         return false;
     }
-    ELOGI("[Energy] elaspsed time to create PowerMeter thread %d", elapsed_ticks(start));
+    ELOGI("%s%d", logtext::kMeterThreadCreated, elapsed_ticks(start));
     return true;
 }
 
@@ -164,14 +165,14 @@ void PowerMeter::run() {
                 "==");
             m_queue->Add(m_calculator.Time(), m_instantaneous_power, kQueueInterval);
             if (m_queue->IsUploadRequired()) {
-                ELOGI("[Energy] !!! UPLOAD NOW");
+                ELOGI("%s", logtext::kUploadNow);
                 const std::string json = m_queue->GetJson();
                 m_notify(json);  // an empty function throws std::bad_function_call
                 m_queue->Reset();
             }
             m_queue->Print();
         } catch (const std::exception& e) {
-            ELOGE("[Energy] !!! An exception: %s", e.what());
+            ELOGE("%s%s", logtext::kTurnFailed, e.what());
         }
         // 10 s on the monotonic clock. No predicate: a notify, a spurious wake-up and a time-out
         // all just end the wait.
@@ -180,8 +181,8 @@ void PowerMeter::run() {
 }
 
 void PowerMeter::print() {
-    ELOGI("[Energy] Calculated Power Consumption: %lf (W/h)", m_calculator.PowerConsumption());
-    ELOGI("[Energy] Instantaneous Power: %lf", m_instantaneous_power);
+    ELOGI("%s%lf (W/h)", logtext::kCalculatedPower, m_calculator.PowerConsumption());
+    ELOGI("%s%lf", logtext::kInstantaneousPower, m_instantaneous_power);
     const std::string label =
         "Accumulated Power: " + std::to_string(m_accumulated_power) + " from ";
     TimeUtil::PrintTime(m_accumulated_since, label.c_str());

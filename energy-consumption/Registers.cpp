@@ -19,10 +19,10 @@ constexpr const char kVconfKey[] = "memory/ave/powerconsumption";
 
 }  // namespace
 
-Registers::Registers()
-    : names_{"ANA", "DutySum", "APL", "BLOSD", "RESOLUTION", "PC", "HDR", "IDS", "TEMP"} {
-    for (int32_t& v : values_) {
-        v = kNotAvailable;
+Registers::Registers() {
+    for (int i = 0; i < kCount; ++i) {
+        values_[i] = kNotAvailable;
+        names_[i] = kNames[i];
     }
 }
 

@@ -24,6 +24,9 @@ class Registers {
   public:
     static constexpr int kCount = 9;
     static constexpr int32_t kNotAvailable = -12345678;
+    // The JSON member name of each register, in register order.
+    static constexpr const char* kNames[kCount] = {"ANA", "DutySum", "APL", "BLOSD", "RESOLUTION",
+                                                   "PC",  "HDR",     "IDS", "TEMP"};
 
     Registers();
 

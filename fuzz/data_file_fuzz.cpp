@@ -8,25 +8,15 @@
 
 #include "FuzzTarget.h"
 #include "PowerLogQueue.h"
+#include "TempDir.h"
 #include "tvsim/Simulator.h"
 
 namespace {
 
+// Created on first use, removed at exit.
 const std::string& DataDir() {
-    static const std::string dir = [] {
-        char tmpl[] = "/tmp/ec-fuzz-energylog-XXXXXX";
-        if (mkdtemp(tmpl) == nullptr) {
-            std::perror("mkdtemp");
-            std::abort();
-        }
-        return std::string(tmpl) + "/";
-    }();
-    return dir;
-}
-
-void RemoveDataDir() {
-    std::remove((DataDir() + "energy_log.dat").c_str());
-    rmdir(DataDir().c_str());
+    static const hostkit::TempDir dir("ec-fuzz-energylog");
+    return dir.path();
 }
 
 }  // namespace
@@ -37,10 +27,7 @@ FUZZ_TARGET(EnergyLog) {
         // Millions of runs: keep no log lines so memory stays flat.
         tvsim::SetLogRetention(0);
 #endif
-        // The directory's name is built first, so that its clean-up runs before the name is
-        // destroyed at exit.
         DataDir();
-        std::atexit(RemoveDataDir);
         return true;
     }();
     (void)once;

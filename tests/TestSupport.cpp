@@ -12,19 +12,6 @@
 
 namespace testsupport {
 
-TempDir::TempDir() {
-    char tmpl[] = "/tmp/ec-test-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) {
-        throw std::runtime_error(std::string("mkdtemp: ") + std::strerror(errno));
-    }
-    path_ = std::string(tmpl) + "/";
-}
-
-TempDir::~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-}
-
 std::vector<uint8_t> ReadBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {

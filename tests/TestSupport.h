@@ -9,25 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "TempDir.h"
 #include "tvsim/Simulator.h"
 #include "wexfhost/FrameworkHost.h"
 
 namespace testsupport {
 
-// A fresh directory under /tmp, removed with everything in it on destruction.
-class TempDir {
-  public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    // The directory with a trailing '/', as the platform reports application paths.
-    const std::string& path() const { return path_; }
-    std::string File(const std::string& name) const { return path_ + name; }
-
-  private:
-    std::string path_;
-};
+// A fresh directory under $TMPDIR or /tmp, removed with everything in it on destruction.
+using TempDir = hostkit::TempDir;
 
 std::vector<uint8_t> ReadBytes(const std::string& path);
 std::string ReadText(const std::string& path);

@@ -1,9 +1,5 @@
 // energy-sim, run as a separate process: bad input, the reports of a known day computed
 // independently from the factor row, and the summary's accounting. Also its parsers.
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -12,55 +8,17 @@
 #include "Profile.h"
 #include "Scenario.h"
 #include "SharedJson.h"
+#include "SimProcess.h"
 #include "TestSupport.h"
-
-extern char** environ;
 
 namespace {
 
 using testsupport::TempDir;
 
-struct Result {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-Result RunSim(const std::vector<std::string>& args) {
-    TempDir dir;
-    std::vector<std::string> argv_s = {EC_ENERGY_SIM};
-    argv_s.insert(argv_s.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& a : argv_s)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    std::string out_path = dir.File("out"), err_path = dir.File("err");
-    posix_spawn_file_actions_addopen(&fa, 1, out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&fa, 2, err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid;
-    Result r;
-    if (posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), environ) != 0) {
-        ADD_FAILURE() << "cannot start " << argv[0];
-        return r;
-    }
-    posix_spawn_file_actions_destroy(&fa);
-    int wstatus = 0;
-    waitpid(pid, &wstatus, 0);
-    r.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
-    r.out = testsupport::ReadText(out_path);
-    r.err = testsupport::ReadText(err_path);
-    return r;
-}
-
-std::string Data(const std::string& rel) {
-    return std::string(EC_SOURCE_DIR) + "/data/" + rel;
-}
-
-int Lines(const std::string& s) {
-    return static_cast<int>(std::count(s.begin(), s.end(), '\n'));
-}
+using simtest::Data;
+using simtest::Lines;
+using simtest::Result;
+using simtest::RunSim;
 
 // ---- bad input: exit status 2 and one line naming what is wrong ----
 
@@ -157,7 +115,7 @@ TEST(ScenarioParserTest, TimesCommandsAndErrors) {
     ASSERT_EQ(sc.entries.size(), 4u);
     EXPECT_TRUE(sc.SetsCorvaneAtStart());
     EXPECT_EQ(sc.entries[2].offset, 5400u);
-    EXPECT_EQ(sc.entries[3].args, std::vector<std::string>{"{not json"});
+    EXPECT_EQ(energysim::Describe(sc.entries[3].command), "config-raw {not json");
     auto error_of = [](const std::string& text) {
         try {
             energysim::ParseScenario(text, "f");
@@ -287,6 +245,10 @@ TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
                           &total, &pending),
               2);
     EXPECT_NEAR(total, reported + pending, 1e-3);
+    // "sent" is the sum of the reports as sent, to the printed precision.
+    char sent[64];
+    std::snprintf(sent, sizeof sent, "94 sent (%.6f Wh)", reported);
+    EXPECT_NE(r.err.find(sent), std::string::npos) << r.err;
     EXPECT_NEAR(pending, acc, 1e-3);
     EXPECT_NE(r.err.find("turns            8640"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("94 sent"), std::string::npos) << r.err;

@@ -18,6 +18,7 @@
 #include <fstream>
 #include <string>
 
+#include "TempDir.h"
 #include "VirtualClock.h"
 #include "tvsim/Simulator.h"
 #include "wexfhost/FrameworkHost.h"
@@ -49,12 +50,8 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    char dir_template[] = "/tmp/turn-driver-XXXXXX";
-    if (mkdtemp(dir_template) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
-    }
-    const std::string dir = std::string(dir_template) + "/";
+    const hostkit::TempDir scratch("turn-driver");
+    const std::string& dir = scratch.path();
     std::ofstream(dir + "energy_factors.dat")
         << "DRIVER 1\n"
         << "1,2024,VXDRIVER55,VXDRIVER55,55,PT55DRIVE1,LED,80,240,36,44,1.5,4,1,-,9,26,2.8,10\n";
@@ -92,7 +89,6 @@ int main(int argc, char** argv) {
     const double real_seconds = static_cast<double>(real_nanos() - real_start) / 1e9;
     plugin.reset();
     vclock::Disable();
-    std::filesystem::remove_all(dir);
 
     std::printf("turns %ld, virtual seconds %lld, notifications %zu, real seconds %.3f\n", turns,
                 static_cast<long long>(virtual_end - kStart + 10), wexfhost::NotificationCount(),

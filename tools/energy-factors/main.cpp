@@ -13,6 +13,7 @@
 #include "Explain.h"
 #include "Fit.h"
 #include "FitPlot.h"
+#include "InstallPaths.h"
 #include "Lint.h"
 #include "Meter.h"
 #include "PluginSandbox.h"
@@ -35,7 +36,7 @@ void WriteFile(const std::string& path, const std::string& text) {
 }
 
 struct Options {
-    std::string file = std::string(EC_DATA_DIR) + "energy_factors.dat";
+    std::string file = hostkit::DataDir() + "energy_factors.dat";
     std::string format = "text";
     std::string model, panel;
     ef::Inputs picture{powermeter::NORMAL, 700, 800, 2160, 20};

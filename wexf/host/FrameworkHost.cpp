@@ -38,6 +38,7 @@ struct HostState {
     std::string fault_message;
     std::function<void(const Notification&)> notification_observer;
     std::function<void(const Event&)> event_observer;
+    bool history_kept = true;
 };
 
 HostState& State() {
@@ -57,7 +58,9 @@ void Emit(Event event) {
     {
         HostState& s = State();
         std::lock_guard<std::mutex> lock(s.mutex);
-        s.events.push_back(event);
+        if (s.history_kept) {
+            s.events.push_back(event);
+        }
         observer = s.event_observer;
     }
     if (observer) {
@@ -98,6 +101,13 @@ void Reset() {
     s.events.clear();
     s.fault = Fault::kNone;
     s.fault_message.clear();
+    s.history_kept = true;
+}
+
+void SetHistoryKept(bool kept) {
+    HostState& s = State();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.history_kept = kept;
 }
 
 void SetFault(Fault fault, const std::string& message) {
@@ -217,6 +227,9 @@ Plugin::Plugin(std::string path, void* handle, int (*create)(), int (*destroy)()
     : path_(std::move(path)), handle_(handle), create_(create), destroy_(destroy) {}
 
 Plugin::~Plugin() {
+    if (created_) {
+        destroy_();
+    }
     if (handle_ != nullptr) {
         dlclose(handle_);
     }
@@ -260,10 +273,12 @@ std::unique_ptr<Plugin> Plugin::Load(const std::string& path, std::string* error
 }
 
 int Plugin::Create() {
+    created_ = true;
     return create_();
 }
 
 int Plugin::Destroy() {
+    created_ = false;
     return destroy_();
 }
 
@@ -383,7 +398,9 @@ int wexf_service_notify(wexf_service_h service, wexf_property_list_h list) {
         for (const auto& property : (*it)->properties) {
             sent.push_back({name, property->name, property->json});
         }
-        s.notifications.insert(s.notifications.end(), sent.begin(), sent.end());
+        if (s.history_kept) {
+            s.notifications.insert(s.notifications.end(), sent.begin(), sent.end());
+        }
         s.lists.erase(it);  // the framework consumes the list and its properties
         observer = s.notification_observer;
     }

@@ -43,8 +43,13 @@ enum class Fault {
     kPropertyThrows,      // wexf_property_create_json_string throws std::runtime_error(message)
 };
 
-// Forgets every service, notification, event and fault (services are not destroyed).
+// Forgets every service, notification, event and fault (services are not destroyed), and
+// keeps history again.
 void Reset();
+
+// Whether notifications and events are kept for Notifications() and Events() (the default);
+// observers are called either way. A long-running host turns it off to stay in constant memory.
+void SetHistoryKept(bool kept);
 
 void SetFault(Fault fault, const std::string& message = "framework failure");
 
@@ -68,7 +73,9 @@ bool FireGetRequest(const std::string& service);
 bool FireSetRequest(const std::string& service);
 bool FireCancelRequest(const std::string& service);
 
-// A plug-in library loaded with dlopen; unloaded (dlclose) on destruction.
+// A plug-in library loaded with dlopen; unloaded (dlclose) on destruction, after DestroyPlugin
+// when CreatePlugin was called and DestroyPlugin was not, so that no plug-in object outlives
+// its code (an error path cannot leave a running thread in an unloaded library).
 class Plugin {
   public:
     // Loads the library at `path` and looks up CreatePlugin and DestroyPlugin by name.
@@ -89,6 +96,7 @@ class Plugin {
     void* handle_;
     int (*create_)();
     int (*destroy_)();
+    bool created_ = false;
 };
 
 }  // namespace wexfhost

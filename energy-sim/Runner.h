@@ -1,6 +1,7 @@
 // Runs the real plug-in library on the simulated TV, with its clock under our control.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <ostream>
@@ -22,17 +23,18 @@ struct RunOptions {
     int log_level = 6;              // lowest dlog priority shown; 99 = none
     std::string plot_file;
     bool progress = false;  // a progress line on stderr
+    // Set (to the signal number) when the run should end after the current turn.
+    const std::atomic<int>* interrupt = nullptr;
 };
 
-// Returns the process exit code; writes notifications to `out` and the summary to `err`.
-// Throws std::runtime_error for setup errors (unloadable plug-in, missing directories).
+// Returns the process exit code (0, or 128 + the signal that interrupted the run); writes
+// notifications to `out` and the summary to `err`. Throws SimError for setup errors
+// (unloadable plug-in, missing directories, unwritable outputs) and write errors; the plug-in
+// is destroyed and the temporary data directory removed on every path.
 int Run(const RunOptions& options, std::ostream& out, std::ostream& err);
 
 // Runs the availability pre-check for a profile; prints the decision and its reason.
 // Returns 0 when the service is supported, 1 when not.
 int Check(const DeviceProfile& profile, const std::string& default_shared_dir, std::ostream& out);
-
-// Applies a profile to the simulated TV (directories are applied by the caller).
-void ApplyProfile(const DeviceProfile& profile);
 
 }  // namespace energysim

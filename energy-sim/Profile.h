@@ -23,13 +23,10 @@ struct DeviceProfile {
     std::string shared_dir;  // "" = the directory holding the sample energy_factors.dat
 };
 
-// The register names the picture engine publishes, in register order.
-extern const char* const kPictureRegisters[9];
-
 // The profile used when none is given.
 DeviceProfile DefaultProfile();
 
-// Reads a profile file. Throws std::runtime_error with a one-line message naming the file and,
+// Reads a profile file. Throws SimError with a one-line message naming the file and,
 // for an invalid value, the field.
 DeviceProfile LoadProfile(const std::string& path);
 

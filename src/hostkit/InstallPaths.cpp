@@ -4,7 +4,7 @@
 
 #include <climits>
 
-namespace energysim {
+namespace hostkit {
 
 std::string ExecutableDir() {
     char buf[PATH_MAX];
@@ -16,14 +16,14 @@ std::string ExecutableDir() {
     return path.substr(0, path.rfind('/'));
 }
 
-// EC_PLUGIN_DIR_FROM_BIN, EC_PLUGIN_FILE and EC_DATA_DIR_FROM_BIN are the install layout's
-// relative paths, set by the build.
-std::string DefaultPluginPath() {
-    return ExecutableDir() + "/" EC_PLUGIN_DIR_FROM_BIN "/" EC_PLUGIN_FILE;
+// EC_PLUGIN_DIR_FROM_BIN and EC_DATA_DIR_FROM_BIN are the install layout's paths relative to
+// the program directory, set by the build.
+std::string PluginDir() {
+    return ExecutableDir() + "/" EC_PLUGIN_DIR_FROM_BIN;
 }
 
-std::string DefaultDataDir() {
+std::string DataDir() {
     return ExecutableDir() + "/" EC_DATA_DIR_FROM_BIN "/";
 }
 
-}  // namespace energysim
+}  // namespace hostkit

@@ -7,7 +7,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "PowerStates.h"
+#include "Error.h"
+#include "Names.h"
+#include "Registers.h"
 #include "SharedJson.h"
 
 namespace energysim {
@@ -15,9 +17,6 @@ namespace energysim {
 using common::json::JsonException;
 using common::json::JsonType;
 using common::json::JsonValue;
-
-const char* const kPictureRegisters[9] = {"ANA", "DutySum", "APL", "BLOSD", "RESOLUTION",
-                                          "PC",  "HDR",     "IDS", "TEMP"};
 
 DeviceProfile DefaultProfile() {
     DeviceProfile p;
@@ -37,7 +36,7 @@ namespace {
 
 [[noreturn]] void Fail(const std::string& origin, const std::string& field,
                        const std::string& why) {
-    throw std::runtime_error(origin + ": field \"" + field + "\": " + why);
+    throw SimError(origin + ": field \"" + field + "\": " + why);
 }
 
 std::string AsText(const JsonValue& v, const std::string& origin, const std::string& field) {
@@ -79,10 +78,10 @@ std::string RegisterText(const JsonValue& v, const std::string& origin, const st
 DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
     JsonValue root = JsonValue::Create(text);
     if (root.isNull()) {
-        throw std::runtime_error(origin + ": not valid JSON");
+        throw SimError(origin + ": not valid JSON");
     }
     if (root.type() != JsonType::Object) {
-        throw std::runtime_error(origin + ": not a JSON object");
+        throw SimError(origin + ": not a JSON object");
     }
     DeviceProfile p;
     p.name = origin;
@@ -115,8 +114,9 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
             p.volume = AsInt(r["volume"], origin, "volume", 0, 100);
         if (r.isMember("speaker")) {
             const JsonValue& s = r["speaker"];
-            if (s.isString() && (s.asString() == "tv" || s.asString() == "external")) {
-                p.speaker = s.asString() == "tv" ? 0 : 1;
+            auto named = s.isString() ? ValueOf(kSpeakerNames, s.asString()) : std::nullopt;
+            if (named) {
+                p.speaker = *named;
             } else if (s.type() == JsonType::Int) {
                 p.speaker = AsInt(s, origin, "speaker", 0, 1000);
             } else {
@@ -125,14 +125,15 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
         }
         if (r.isMember("powerState")) {
             const JsonValue& s = r["powerState"];
-            PowerSetting setting;
-            if (s.isString() && ParsePowerName(s.asString(), &setting)) {
-                p.power_state = setting.state;
-                p.ambient_mode = setting.ambient;
+            auto setting = s.isString() ? ValueOf(kPowerNames, s.asString()) : std::nullopt;
+            if (setting) {
+                p.power_state = setting->state;
+                p.ambient_mode = setting->ambient;
             } else if (s.type() == JsonType::Int) {
                 p.power_state = AsInt(s, origin, "powerState", -1000, 1000);
             } else {
-                Fail(origin, "powerState", "must be one of " + PowerNames() + " or a number");
+                Fail(origin, "powerState",
+                     "must be one of " + NameList(kPowerNames) + " or a number");
             }
         }
         if (r.isMember("ambientMode"))
@@ -148,7 +149,7 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
             }
             for (const std::string& key : pic.getMemberNames()) {
                 bool known = false;
-                for (const char* name : kPictureRegisters) {
+                for (const char* name : powermeter::Registers::kNames) {
                     known = known || key == name;
                 }
                 if (!known) {
@@ -158,7 +159,7 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
             }
         }
     } catch (const JsonException& e) {
-        throw std::runtime_error(origin + ": " + e.what());
+        throw SimError(origin + ": " + e.what());
     }
     for (std::string* dir : {&p.data_dir, &p.shared_dir}) {
         if (!dir->empty() && dir->back() != '/') {
@@ -171,7 +172,7 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
 DeviceProfile LoadProfile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        throw std::runtime_error("cannot read profile " + path + ": " + std::strerror(errno));
+        throw SimError("cannot read profile " + path + ": " + std::strerror(errno));
     }
     std::ostringstream text;
     text << in.rdbuf();
@@ -180,7 +181,7 @@ DeviceProfile LoadProfile(const std::string& path) {
 
 std::string PictureJson(const std::map<std::string, std::string>& picture) {
     JsonValue doc(JsonType::Object);
-    for (const char* name : kPictureRegisters) {
+    for (const char* name : powermeter::Registers::kNames) {
         auto it = picture.find(name);
         if (it != picture.end()) {
             doc[name] = it->second;
