@@ -49,7 +49,7 @@ CLI::Validator DurationValidator() {
             text = std::to_string(seconds);
             return "";
         },
-        "TIME", "duration");
+        "", "duration");
 }
 
 // --speed: 'fast' (0) or a positive number up to 1e9.
@@ -67,7 +67,7 @@ CLI::Validator SpeedValidator() {
             }
             return "";
         },
-        "X", "speed");
+        "", "speed");
 }
 
 CLI::Validator StartValidator() {
@@ -80,7 +80,7 @@ CLI::Validator StartValidator() {
             text = std::to_string(epoch);
             return "";
         },
-        "TIME", "start");
+        "", "start");
 }
 
 const std::pair<const char*, int> kLogLevels[] = {
@@ -97,7 +97,7 @@ CLI::Validator LogLevelValidator() {
             }
             return "bad --log-level " + Quote(text) + " (debug, info, error or none)";
         },
-        "L", "log level");
+        "", "log level");
 }
 
 // The first argument no option took, from the app and its subcommands.
@@ -183,7 +183,7 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         ->transform(StartValidator())
         ->type_name("TIME");
     app.add_option("--plugin", o.plugin_path,
-                   "the plug-in library (default: the one built with this program)")
+                   "the plug-in library (default: the plug-in directory beside this program)")
         ->type_name("FILE");
     app.add_option("--log", o.log_file, "write the plug-in's log to FILE instead of stderr")
         ->type_name("FILE");
