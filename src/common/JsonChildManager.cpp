@@ -1,6 +1,7 @@
 // JsonValue::ChildManager: the cache of child values handed out by reference.
 #include <json-glib/json-glib.h>
 
+#include <algorithm>
 #include <tuple>
 #include <utility>
 
@@ -12,25 +13,56 @@ namespace json {
 
 using detail::make_owner;
 
+namespace {
+
+// The deleter of a borrowed handle: the cache's own reference keeps the tree.
+void keep_node(_JsonNode*) {}
+
+}  // namespace
+
 JsonValue::ChildManager::ChildManager(JsonType type_) : type(type_) {}
 
-JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::string& key) const {
-    auto found = members.find(key);
-    if (found != members.end()) {
-        return found->second;
+JsonValue* JsonValue::ChildManager::find_member(_JsonNode* member) const {
+    for (unsigned i = 0; i < inline_used; ++i) {
+        if (inline_nodes[i] == member) {
+            return &*inline_members[i];
+        }
     }
-    return members
-        .emplace(std::piecewise_construct, std::forward_as_tuple(key),
-                 std::forward_as_tuple(parent[key]))
-        .first->second;
+    if (members.empty()) {
+        return nullptr;
+    }
+    const auto found = members.find(member);
+    return found != members.end() ? &found->second : nullptr;
 }
 
-JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, const std::string& key,
-                                        _JsonNode* member) const {
-    // One lookup of the key: the handle is only kept when the entry is new.
-    return members
-        .try_emplace(key, SharedJson(make_owner(json_node_ref(parent.owner.get())), member))
-        .first->second;
+JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, _JsonNode* member) const {
+    if (JsonValue* cached = find_member(member)) {
+        return *cached;
+    }
+    SharedJson handle = member_handle(parent, member);
+    ++member_count;
+    unsigned slot = inline_used;
+    if (slot == kInlineMembers) {
+        for (slot = 0; slot < kInlineMembers && inline_nodes[slot] != nullptr; ++slot) {
+        }
+    }
+    if (slot == kInlineMembers) {
+        return members.emplace(member, std::move(handle)).first->second;
+    }
+    inline_used = std::max(inline_used, slot + 1);
+    inline_nodes[slot] = member;
+    return inline_members[slot].emplace(std::move(handle));
+}
+
+SharedJson JsonValue::ChildManager::member_handle(const SharedJson& parent,
+                                                  _JsonNode* member) const {
+    if (!tree) {
+        tree = make_owner(json_node_ref(parent.owner.get()));
+    }
+    if (tree.get() != parent.owner.get()) {
+        return SharedJson(make_owner(json_node_ref(parent.owner.get())), member);
+    }
+    return SharedJson(SharedJson::Owner(tree.get(), &keep_node), member);
 }
 
 JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, unsigned index) const {
@@ -44,8 +76,26 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, unsigned index
         .first->second;
 }
 
-void JsonValue::ChildManager::erase(const std::string& key) {
-    members.erase(key);
+void JsonValue::ChildManager::erase(_JsonNode* member) {
+    for (unsigned i = 0; i < inline_used; ++i) {
+        if (inline_nodes[i] == member) {
+            inline_nodes[i] = nullptr;
+            inline_members[i].reset();
+            release_tree_if_unused();
+            return;
+        }
+    }
+    if (members.erase(member) > 0) {
+        release_tree_if_unused();
+    }
+}
+
+void JsonValue::ChildManager::release_tree_if_unused() {
+    // With no member entry left the tree is held only by its own handles again, as json-glib
+    // requires before it re-initialises a node in place.
+    if (--member_count == 0) {
+        tree.reset();
+    }
 }
 
 void JsonValue::ChildManager::resize(unsigned n) {
@@ -60,7 +110,13 @@ void JsonValue::ChildManager::resize(unsigned n) {
 
 void JsonValue::ChildManager::clear() {
     elements.clear();
+    for (unsigned i = 0; i < inline_used; ++i) {
+        inline_members[i].reset();
+    }
+    inline_used = 0;
     members.clear();
+    member_count = 0;
+    tree.reset();
 }
 
 void JsonValue::ChildManager::set_type(JsonType type_) {

@@ -444,7 +444,7 @@ const JsonValue& JsonValue::operator[](const std::string& key) const {
     if (member == nullptr) {
         return Null();
     }
-    return cache().get(shared, key, member);
+    return cache().get(shared, member);
 }
 
 JsonValue& JsonValue::operator[](const std::string& key) {
@@ -457,7 +457,7 @@ JsonValue& JsonValue::operator[](const std::string& key) {
     if (member == nullptr) {
         member = shared.add_null_member(key);
     }
-    return cache().get(shared, key, member);
+    return cache().get(shared, member);
 }
 
 const JsonValue& JsonValue::operator[](unsigned index) const {
@@ -538,10 +538,12 @@ void JsonValue::removeMember(const std::string& key) {
     if (t == JsonType::Null) {
         return;
     }
-    shared.remove_member(key);
     if (children) {
-        children->erase(key);
+        if (_JsonNode* member = shared.find_member(key.c_str())) {
+            children->erase(member);
+        }
     }
+    shared.remove_member(key);
 }
 
 }  // namespace json

@@ -84,7 +84,9 @@ SharedJson SharedJson::Create(const char* text) {
     if (root == nullptr) {
         return SharedJson();
     }
-    return SharedJson(make_owner(json_node_copy(root)));
+    // The tree is taken over, not copied: once the parser is gone this handle is its only
+    // holder.
+    return SharedJson(make_owner(json_node_ref(root)));
 }
 
 SharedJson SharedJson::Create(const std::string& text) {

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -228,22 +229,37 @@ class JsonValue::ChildManager {
   public:
     explicit ChildManager(JsonType type);
 
-    JsonValue& get(const SharedJson& parent, const std::string& key) const;
+    // The child for `member`, a member node of `parent` that the caller has looked up.
+    JsonValue& get(const SharedJson& parent, _JsonNode* member) const;
     JsonValue& get(const SharedJson& parent, unsigned index) const;
-    void erase(const std::string& key);
+    void erase(_JsonNode* member);
     void resize(unsigned n);  // drops every indexed child at n or above
     void clear();
-    void set_type(JsonType type);  // clears both maps when the type changes
+    void set_type(JsonType type);  // clears every child when the type changes
 
   private:
     friend class JsonValue;
 
-    // get() for a member node the caller has already looked up.
-    JsonValue& get(const SharedJson& parent, const std::string& key, _JsonNode* member) const;
+    // Members are found by their node, so a lookup neither hashes nor copies the key. The
+    // first few live in place, which is all most objects ever need; the rest in a map.
+    static constexpr unsigned kInlineMembers = 12;
+
+    JsonValue* find_member(_JsonNode* member) const;
+    // A handle on `member` for a new entry: it borrows `tree`'s reference when both share the
+    // parent's tree, and takes its own otherwise.
+    SharedJson member_handle(const SharedJson& parent, _JsonNode* member) const;
+    void release_tree_if_unused();
 
     JsonType type;
+    // One reference on the parent's tree, held while member entries exist; they borrow it
+    // instead of each taking and dropping their own. Declared first, so it goes last.
+    mutable SharedJson::Owner tree{nullptr, nullptr};
+    mutable unsigned member_count = 0;
     mutable std::unordered_map<uint32_t, JsonValue> elements;
-    mutable std::unordered_map<std::string, JsonValue> members;
+    mutable unsigned inline_used = 0;  // slots ever used; a free one below has a null node
+    mutable _JsonNode* inline_nodes[kInlineMembers];
+    mutable std::optional<JsonValue> inline_members[kInlineMembers];
+    mutable std::unordered_map<_JsonNode*, JsonValue> members;
 };
 
 }  // namespace json
