@@ -35,10 +35,42 @@ JsonValue* JsonValue::ChildManager::find_member(_JsonNode* member) const {
     return found != members.end() ? &found->second : nullptr;
 }
 
+JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, _JsonNode* member,
+                                        size_t name) const {
+    for (unsigned i = 0; i < inline_used; ++i) {
+        if (inline_nodes[i] == member) {
+            name_slot(i, name);
+            return *inline_members[i];
+        }
+    }
+    const auto found = members.find(member);
+    if (found != members.end()) {
+        return found->second;
+    }
+    return insert(parent, member, &name);
+}
+
+bool JsonValue::ChildManager::knows_absent(unsigned object_size, size_t name) const {
+    if (named_count != object_size) {
+        return false;
+    }
+    for (unsigned i = 0; i < inline_used; ++i) {
+        if ((named_slots >> i & 1u) != 0 && inline_names[i] == name) {
+            return false;
+        }
+    }
+    return true;
+}
+
 JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, _JsonNode* member) const {
     if (JsonValue* cached = find_member(member)) {
         return *cached;
     }
+    return insert(parent, member, nullptr);
+}
+
+JsonValue& JsonValue::ChildManager::insert(const SharedJson& parent, _JsonNode* member,
+                                           const size_t* name) const {
     SharedJson handle = member_handle(parent, member);
     ++member_count;
     unsigned slot = inline_used;
@@ -51,7 +83,18 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, _JsonNode* mem
     }
     inline_used = std::max(inline_used, slot + 1);
     inline_nodes[slot] = member;
+    if (name != nullptr) {
+        name_slot(slot, *name);
+    }
     return inline_members[slot].emplace(std::move(handle));
+}
+
+void JsonValue::ChildManager::name_slot(unsigned slot, size_t name) const {
+    if ((named_slots >> slot & 1u) == 0) {
+        named_slots |= 1u << slot;
+        ++named_count;
+    }
+    inline_names[slot] = name;
 }
 
 SharedJson JsonValue::ChildManager::member_handle(const SharedJson& parent,
@@ -80,6 +123,10 @@ void JsonValue::ChildManager::erase(_JsonNode* member) {
     for (unsigned i = 0; i < inline_used; ++i) {
         if (inline_nodes[i] == member) {
             inline_nodes[i] = nullptr;
+            if ((named_slots >> i & 1u) != 0) {
+                named_slots &= ~(1u << i);
+                --named_count;
+            }
             inline_members[i].reset();
             release_tree_if_unused();
             return;
@@ -114,6 +161,8 @@ void JsonValue::ChildManager::clear() {
         inline_members[i].reset();
     }
     inline_used = 0;
+    named_slots = 0;
+    named_count = 0;
     members.clear();
     member_count = 0;
     tree.reset();

@@ -26,6 +26,14 @@ void collect_name(JsonObject*, const gchar* name, JsonNode*, gpointer user_data)
     static_cast<std::vector<std::string>*>(user_data)->emplace_back(name);
 }
 
+// One parser per thread, reused for every document: making and finalising a parser object
+// costs more than parsing the plug-in's payload. It keeps the last tree until the next parse
+// on its thread, and goes when the thread ends.
+JsonParser* thread_parser() {
+    thread_local const ParserPtr parser(json_parser_new());
+    return parser.get();
+}
+
 }  // namespace
 
 SharedJson::SharedJson() : owner(new_null_node()), node(owner.get()) {}
@@ -75,18 +83,18 @@ SharedJson SharedJson::Create(const char* text) {
         CLOGE("failed to parse: %s", "(null)");
         return SharedJson();
     }
-    ParserPtr parser(json_parser_new());
-    if (!json_parser_load_from_data(parser.get(), text, -1, nullptr)) {
+    JsonParser* parser = thread_parser();
+    if (!json_parser_load_from_data(parser, text, -1, nullptr)) {
         CLOGE("failed to parse: %s", text);
         return SharedJson();
     }
-    JsonNode* root = json_parser_get_root(parser.get());
+    JsonNode* root = json_parser_get_root(parser);
     if (root == nullptr) {
         return SharedJson();
     }
-    // The tree is taken over, not copied: once the parser is gone this handle is its only
-    // holder.
-    return SharedJson(make_owner(json_node_ref(root)));
+    // A shallow copy: the tree below is shared with the parser until its next document, but
+    // the root node has this handle as its only holder, as in-place changes require.
+    return SharedJson(make_owner(json_node_copy(root)));
 }
 
 SharedJson SharedJson::Create(const std::string& text) {

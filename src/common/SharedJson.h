@@ -231,6 +231,12 @@ class JsonValue::ChildManager {
 
     // The child for `member`, a member node of `parent` that the caller has looked up.
     JsonValue& get(const SharedJson& parent, _JsonNode* member) const;
+    // The same, for a member whose name hashes to `name` (std::hash of the key): the cache
+    // remembers the hash, so that it can tell a new name from the members it holds.
+    JsonValue& get(const SharedJson& parent, _JsonNode* member, size_t name) const;
+    // True when the object has `object_size` members, all of them named entries here, and
+    // none with this name hash: the name is certainly not a member yet.
+    bool knows_absent(unsigned object_size, size_t name) const;
     JsonValue& get(const SharedJson& parent, unsigned index) const;
     void erase(_JsonNode* member);
     void resize(unsigned n);  // drops every indexed child at n or above
@@ -249,6 +255,9 @@ class JsonValue::ChildManager {
     // parent's tree, and takes its own otherwise.
     SharedJson member_handle(const SharedJson& parent, _JsonNode* member) const;
     void release_tree_if_unused();
+    // Adds the entry for `member`, which is not cached yet, with its name hash when known.
+    JsonValue& insert(const SharedJson& parent, _JsonNode* member, const size_t* name) const;
+    void name_slot(unsigned slot, size_t name) const;
 
     JsonType type;
     // One reference on the parent's tree, held while member entries exist; they borrow it
@@ -258,6 +267,9 @@ class JsonValue::ChildManager {
     mutable std::unordered_map<uint32_t, JsonValue> elements;
     mutable unsigned inline_used = 0;  // slots ever used; a free one below has a null node
     mutable _JsonNode* inline_nodes[kInlineMembers];
+    mutable size_t inline_names[kInlineMembers];
+    mutable uint32_t named_slots = 0;  // bit i: inline_names[i] holds slot i's name hash
+    mutable unsigned named_count = 0;
     mutable std::optional<JsonValue> inline_members[kInlineMembers];
     mutable std::unordered_map<_JsonNode*, JsonValue> members;
 };
