@@ -4,6 +4,7 @@
 #include <json-glib/json-glib.h>
 
 #include "JsonGlibPtr.h"
+#include "JsonNesting.h"
 #include "JsonTreeCopy.h"
 #include "JsonWriter.h"
 #include "Log.h"
@@ -16,7 +17,9 @@ namespace {
 using detail::ArrayPtr;
 using detail::CopyInto;
 using detail::GCharPtr;
+using detail::kMaxNesting;
 using detail::make_owner;
+using detail::NestsDeeperThan;
 using detail::new_null_node;
 using detail::ObjectPtr;
 using detail::ParserPtr;
@@ -81,6 +84,11 @@ void SharedJson::reset() {
 SharedJson SharedJson::Create(const char* text) {
     if (text == nullptr) {
         CLOGE("failed to parse: %s", "(null)");
+        return SharedJson();
+    }
+    if (NestsDeeperThan(text, kMaxNesting)) {
+        // Refused before json-glib sees it: its recursive parser would run out of stack.
+        CLOGE("failed to parse: %s", text);
         return SharedJson();
     }
     JsonParser* parser = thread_parser();

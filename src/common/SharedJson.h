@@ -74,7 +74,9 @@ class SharedJson {
     SharedJson& operator=(const SharedJson& other);
 
     // Parses `text`. A parse failure is logged and gives a null handle; so does a document
-    // without a root (empty or blank text).
+    // without a root (empty or blank text). Text that nests arrays and objects more than 200
+    // levels deep is refused as malformed before it is parsed, so that parsing stays within
+    // 32 KiB of stack.
     static SharedJson Create(const char* text);
     static SharedJson Create(const std::string& text);
 
@@ -168,6 +170,8 @@ class JsonValue {
     JsonValue& operator=(unsigned int value);
     JsonValue& operator=(bool value);
 
+    // SharedJson::Create: malformed text, and text nested more than 200 levels deep, give a
+    // null value and a "failed to parse" line.
     static JsonValue Create(const std::string& text);
     // The shared, never-modified null value returned for absent members and elements.
     static const JsonValue& Null();
