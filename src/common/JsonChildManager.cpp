@@ -2,6 +2,7 @@
 #include <json-glib/json-glib.h>
 
 #include <algorithm>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -22,10 +23,18 @@ void keep_node(_JsonNode*) {}
 
 JsonValue::ChildManager::ChildManager(JsonType type_) : type(type_) {}
 
+JsonValue::ChildManager::~ChildManager() {
+    clear();
+}
+
+JsonValue& JsonValue::ChildManager::slot_value(unsigned slot) const {
+    return *std::launder(reinterpret_cast<JsonValue*>(inline_members[slot]));
+}
+
 JsonValue* JsonValue::ChildManager::find_member(_JsonNode* member) const {
     for (unsigned i = 0; i < inline_used; ++i) {
         if (inline_nodes[i] == member) {
-            return &*inline_members[i];
+            return &slot_value(i);
         }
     }
     if (members.empty()) {
@@ -40,7 +49,7 @@ JsonValue& JsonValue::ChildManager::get(const SharedJson& parent, _JsonNode* mem
     for (unsigned i = 0; i < inline_used; ++i) {
         if (inline_nodes[i] == member) {
             name_slot(i, name);
-            return *inline_members[i];
+            return slot_value(i);
         }
     }
     const auto found = members.find(member);
@@ -86,7 +95,7 @@ JsonValue& JsonValue::ChildManager::insert(const SharedJson& parent, _JsonNode* 
     if (name != nullptr) {
         name_slot(slot, *name);
     }
-    return inline_members[slot].emplace(std::move(handle));
+    return *new (inline_members[slot]) JsonValue(std::move(handle));
 }
 
 void JsonValue::ChildManager::name_slot(unsigned slot, size_t name) const {
@@ -127,7 +136,7 @@ void JsonValue::ChildManager::erase(_JsonNode* member) {
                 named_slots &= ~(1u << i);
                 --named_count;
             }
-            inline_members[i].reset();
+            slot_value(i).~JsonValue();
             release_tree_if_unused();
             return;
         }
@@ -158,7 +167,9 @@ void JsonValue::ChildManager::resize(unsigned n) {
 void JsonValue::ChildManager::clear() {
     elements.clear();
     for (unsigned i = 0; i < inline_used; ++i) {
-        inline_members[i].reset();
+        if (inline_nodes[i] != nullptr) {
+            slot_value(i).~JsonValue();
+        }
     }
     inline_used = 0;
     named_slots = 0;

@@ -77,6 +77,11 @@ bool node_layout_matches() {
 }
 
 void clear_node(_JsonNode* node) {
+    // A null node with no payload (every new member) is already what this makes.
+    if (node_layout_matches() && layout_of(node)->type == JSON_NODE_NULL &&
+        layout_of(node)->data.value == nullptr) {
+        return;
+    }
     json_node_init_null(node);
     // json_node_init refuses a node that more than one holder references; the payload is
     // then still live and must stay where it is.

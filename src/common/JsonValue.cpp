@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
-#include <functional>
+#include <cstring>
 #include <utility>
 
 #include "JsonGlibPtr.h"
@@ -40,6 +40,19 @@ constexpr long long kUInt32Max = 4294967295LL;
 
 bool within_int64(double d) {
     return d >= kInt64Low && d <= kInt64High;
+}
+
+// A summary of a member name for the cache's absence check: equal names give equal values;
+// different names rarely do, and then the json-glib lookup is simply made.
+size_t name_summary(const std::string& key) {
+    const size_t n = key.size();
+    uint64_t head = 0;
+    uint64_t tail = 0;
+    std::memcpy(&head, key.data(), std::min<size_t>(n, 8));
+    if (n > 8) {
+        std::memcpy(&tail, key.data() + n - 8, 8);
+    }
+    return static_cast<size_t>((head ^ (tail * 0x9E3779B97F4A7C15ull)) + n);
 }
 
 }  // namespace
@@ -453,7 +466,7 @@ JsonValue& JsonValue::operator[](const std::string& key) {
     check_container(t, JsonType::Object);
     // When the object is new, or the cache names every member and this name is not among
     // them, the json-glib lookup is skipped: a new member costs one lookup fewer.
-    const size_t name = std::hash<std::string>()(key);
+    const size_t name = name_summary(key);
     bool absent = t == JsonType::Null;
     if (absent) {
         vivify(JsonType::Object);

@@ -12,7 +12,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
@@ -232,14 +231,17 @@ class JsonValue {
 class JsonValue::ChildManager {
   public:
     explicit ChildManager(JsonType type);
+    ~ChildManager();
+    ChildManager(const ChildManager&) = delete;
+    ChildManager& operator=(const ChildManager&) = delete;
 
     // The child for `member`, a member node of `parent` that the caller has looked up.
     JsonValue& get(const SharedJson& parent, _JsonNode* member) const;
-    // The same, for a member whose name hashes to `name` (std::hash of the key): the cache
-    // remembers the hash, so that it can tell a new name from the members it holds.
+    // The same, for a member whose name has the summary `name`: the cache remembers it, so
+    // that it can tell a new name from the members it holds.
     JsonValue& get(const SharedJson& parent, _JsonNode* member, size_t name) const;
     // True when the object has `object_size` members, all of them named entries here, and
-    // none with this name hash: the name is certainly not a member yet.
+    // none with this name summary: the name is certainly not a member yet.
     bool knows_absent(unsigned object_size, size_t name) const;
     JsonValue& get(const SharedJson& parent, unsigned index) const;
     void erase(_JsonNode* member);
@@ -259,9 +261,10 @@ class JsonValue::ChildManager {
     // parent's tree, and takes its own otherwise.
     SharedJson member_handle(const SharedJson& parent, _JsonNode* member) const;
     void release_tree_if_unused();
-    // Adds the entry for `member`, which is not cached yet, with its name hash when known.
+    // Adds the entry for `member`, which is not cached yet, with its name summary when known.
     JsonValue& insert(const SharedJson& parent, _JsonNode* member, const size_t* name) const;
     void name_slot(unsigned slot, size_t name) const;
+    JsonValue& slot_value(unsigned slot) const;
 
     JsonType type;
     // One reference on the parent's tree, held while member entries exist; they borrow it
@@ -272,9 +275,11 @@ class JsonValue::ChildManager {
     mutable unsigned inline_used = 0;  // slots ever used; a free one below has a null node
     mutable _JsonNode* inline_nodes[kInlineMembers];
     mutable size_t inline_names[kInlineMembers];
-    mutable uint32_t named_slots = 0;  // bit i: inline_names[i] holds slot i's name hash
+    mutable uint32_t named_slots = 0;  // bit i: inline_names[i] holds slot i's name summary
     mutable unsigned named_count = 0;
-    mutable std::optional<JsonValue> inline_members[kInlineMembers];
+    // Storage for the first entries, built in place when used (slot i is live while
+    // inline_nodes[i] is set), so that a new cache initialises nothing it does not use.
+    alignas(JsonValue) mutable unsigned char inline_members[kInlineMembers][sizeof(JsonValue)];
     mutable std::unordered_map<_JsonNode*, JsonValue> members;
 };
 
