@@ -84,8 +84,12 @@ void append_double(std::string& out, double d) {
         out += "null";
         return;
     }
+    // The text of g_ascii_dtostr ("%.17g" in the C locale), which std::to_chars gives
+    // without going through printf.
     char text[G_ASCII_DTOSTR_BUF_SIZE];
-    g_ascii_dtostr(text, sizeof(text), d);
+    const std::to_chars_result r =
+        std::to_chars(text, text + sizeof(text) - 1, d, std::chars_format::general, 17);
+    *r.ptr = '\0';
     // Keep a double recognisable as one: "100" becomes "100.0", "1e-300" becomes "1.0e-300".
     if (std::strchr(text, '.') != nullptr) {
         out += text;
