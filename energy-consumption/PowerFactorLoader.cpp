@@ -8,6 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string_view>
 
@@ -30,7 +31,8 @@ struct FileText {
 };
 
 // Reads the file in one go (more reads only if it grows meanwhile). False when it cannot be
-// opened; a read error ends the text where it happened, as it ends a stream.
+// opened; a read error ends the text where it happened, as it ends a stream, and so does a
+// buffer that cannot be had (the loader never throws).
 bool read_whole_file(const std::string& path, FileText& text) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
@@ -38,11 +40,14 @@ bool read_whole_file(const std::string& path, FileText& text) {
     }
     struct stat info {};
     size_t capacity = fstat(fd, &info) == 0 && info.st_size > 0 ? info.st_size + 1 : 4096;
-    text.data.reset(new char[capacity]);
+    text.data.reset(new (std::nothrow) char[capacity]);
     text.size = 0;
-    for (;;) {
+    while (text.data) {
         if (text.size == capacity) {
-            std::unique_ptr<char[]> bigger(new char[capacity * 2]);
+            std::unique_ptr<char[]> bigger(new (std::nothrow) char[capacity * 2]);
+            if (!bigger) {
+                break;
+            }
             std::memcpy(bigger.get(), text.data.get(), text.size);
             text.data = std::move(bigger);
             capacity *= 2;
