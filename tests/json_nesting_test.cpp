@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "SharedJson.h"
 #include "TestSupport.h"
@@ -32,17 +33,20 @@ struct Case {
     bool parsed;
 };
 
-const Case kCases[] = {
-    {"arrays at the bound", Arrays(200), true},
-    {"arrays one past it", Arrays(201), false},
-    {"objects one past it", Repeat("{\"a\":", 200) + "{}" + Repeat("}", 200), false},
-    {"80,000 open brackets", Repeat("[", 80000), false},
-    {"brackets inside a string", "[\"" + Repeat("[{", 5000) + "\"]", true},
-    {"an escaped quote does not end the string", "[\"\\\"[[\"," + Arrays(199) + "]", true},
-    {"a double quote in a single-quoted string", "['\"'," + Arrays(200) + "]", false},
-    {"a double quote in a comment", "/* \" */" + Arrays(201), false},
-    {"closing brackets first do not buy depth", Repeat("]", 500) + Arrays(201), false},
-};
+// Built per test, so that the long texts do not stay on the heap of the whole test binary.
+std::vector<Case> Cases() {
+    return {
+        {"arrays at the bound", Arrays(200), true},
+        {"arrays one past it", Arrays(201), false},
+        {"objects one past it", Repeat("{\"a\":", 200) + "{}" + Repeat("}", 200), false},
+        {"80,000 open brackets", Repeat("[", 80000), false},
+        {"brackets inside a string", "[\"" + Repeat("[{", 5000) + "\"]", true},
+        {"an escaped quote does not end the string", "[\"\\\"[[\"," + Arrays(199) + "]", true},
+        {"a double quote in a single-quoted string", "['\"'," + Arrays(200) + "]", false},
+        {"a double quote in a comment", "/* \" */" + Arrays(201), false},
+        {"closing brackets first do not buy depth", Repeat("]", 500) + Arrays(201), false},
+    };
+}
 
 // Runs `work` on a thread with a 256 KiB stack, as a framework's worker may have.
 void OnSmallStack(const std::function<void()>& work) {
@@ -69,14 +73,14 @@ class JsonNestingTest : public testsupport::SimTest {
 };
 
 TEST_F(JsonNestingTest, DeepTextIsMalformedOnTheMainThread) {
-    for (const Case& c : kCases) {
+    for (const Case& c : Cases()) {
         Check(c);
     }
 }
 
 TEST_F(JsonNestingTest, DeepTextIsMalformedOnA256KiBStack) {
     OnSmallStack([this] {
-        for (const Case& c : kCases) {
+        for (const Case& c : Cases()) {
             Check(c);
         }
     });
