@@ -1,7 +1,16 @@
 #include "PowerFactorLoader.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <fstream>
+#include <memory>
+#include <new>
 #include <stdexcept>
+#include <string_view>
 
 #include "AppInfoUtil.h"
 #include "CString.h"
@@ -14,6 +23,67 @@ namespace {
 constexpr const char kFallbackDirectory[] =
     "/opt/usr/apps/com.veltrix.tv.wex-framework/shared/res/";
 constexpr const char kDataFileName[] = "energy_factors.dat";
+
+// A whole file in one buffer, not zero-filled first.
+struct FileText {
+    std::unique_ptr<char[]> data;
+    size_t size = 0;
+};
+
+// Reads the file in one go (more reads only if it grows meanwhile). False when it cannot be
+// opened; a read error ends the text where it happened, as it ends a stream, and so does a
+// buffer that cannot be had (the loader never throws).
+bool read_whole_file(const std::string& path, FileText& text) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    struct stat info {};
+    size_t capacity = fstat(fd, &info) == 0 && info.st_size > 0 ? info.st_size + 1 : 4096;
+    text.data.reset(new (std::nothrow) char[capacity]);
+    text.size = 0;
+    while (text.data) {
+        if (text.size == capacity) {
+            std::unique_ptr<char[]> bigger(new (std::nothrow) char[capacity * 2]);
+            if (!bigger) {
+                break;
+            }
+            std::memcpy(bigger.get(), text.data.get(), text.size);
+            text.data = std::move(bigger);
+            capacity *= 2;
+        }
+        const ssize_t n = read(fd, text.data.get() + text.size, capacity - text.size);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            break;
+        }
+        text.size += static_cast<size_t>(n);
+    }
+    close(fd);
+    return true;
+}
+
+// Splits text into lines as std::getline does: at '\n', with no empty line after a final one.
+class Lines {
+  public:
+    Lines(const char* begin, size_t size) : next_(begin), end_(begin + size) {}
+    bool Next(std::string_view& line) {
+        if (next_ == end_) {
+            return false;
+        }
+        const char* stop = static_cast<const char*>(std::memchr(next_, '\n', end_ - next_));
+        const char* const line_end = stop != nullptr ? stop : end_;
+        line = std::string_view(next_, line_end - next_);
+        next_ = stop != nullptr ? stop + 1 : end_;
+        return true;
+    }
+
+  private:
+    const char* next_;
+    const char* const end_;
+};
 
 }  // namespace
 
@@ -49,21 +119,27 @@ std::vector<PowerFactors> PowerFactorLoader::make_candidates(const std::string& 
     ELOGI("[Energy] Find a power factors for %s", sw_model.c_str());
     std::vector<PowerFactors> candidates;
     const std::string path = get_data_file_path();
-    std::ifstream in(path);
-    if (!in.is_open()) {
+    FileText text;
+    if (!read_whole_file(path, text)) {
         ELOGE("[Energy] Cannot open to %s", path.c_str());
         return candidates;
     }
-    std::getline(in, version_);
+    Lines lines(text.data.get(), text.size);
+    std::string_view line;
+    version_.assign(lines.Next(line) ? line : std::string_view());
     print_version();
-    std::string line;
-    while (std::getline(in, line)) {
-        PowerFactors row;
-        if (row.Parse(line) && row.IsSameSWModel(sw_model)) {
-            candidates.push_back(row);
-            ELOGD("[Energy] candidate panel type");
-            row.PrintInfo();
+    // Every row is checked (and a bad one reported) without copying; only a row of this SW
+    // model is parsed into a record.
+    std::string_view row_sw_model;
+    while (lines.Next(line)) {
+        if (!PowerFactors::Screen(line, row_sw_model) || row_sw_model != sw_model) {
+            continue;
         }
+        PowerFactors row;
+        row.Parse(std::string(line));
+        candidates.push_back(row);
+        ELOGD("[Energy] candidate panel type");
+        row.PrintInfo();
     }
     return candidates;
 }

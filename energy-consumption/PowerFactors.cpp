@@ -50,7 +50,7 @@ PowerFactors::PowerFactors()
 bool PowerFactors::Parse(const std::string& line) {
     std::vector<std::string> tokens = tokenize(line, ',');
     if (tokens.size() != kTokenCount) {
-        ELOGE("[Energy] The number of tokens is %d (not 19)", static_cast<int>(tokens.size()));
+        report_token_count(tokens.size());
         return false;
     }
     sequence_number_ = Strtol32(tokens[0].c_str());
@@ -61,7 +61,7 @@ bool PowerFactors::Parse(const std::string& line) {
     panel_type_ = tokens[5];
     text6_ = tokens[6];
     if (!validate_panel_type(panel_type_)) {
-        ELOGE("[Energy] Invalid Panel Type %s", panel_type_.c_str());
+        report_panel_type(panel_type_);
         return false;
     }
     for (int i = 0; i < kBluCount; ++i) {
@@ -71,6 +71,49 @@ bool PowerFactors::Parse(const std::string& line) {
         components_[i] = atof_with_default(tokens[7 + kBluCount + i]);
     }
     return true;
+}
+
+bool PowerFactors::Screen(std::string_view line, std::string_view& sw_model) {
+    // The tokens are the runs of bytes between commas, as tokenize() makes them; only where
+    // the SW model and the panel type lie is kept.
+    const char* p = line.data();
+    const char* const end = p + line.size();
+    size_t count = 0;
+    std::string_view panel;
+    while (p != end) {
+        if (*p == ',') {
+            ++p;
+            continue;
+        }
+        const char* const start = p;
+        while (p != end && *p != ',') {
+            ++p;
+        }
+        if (count == 3) {
+            sw_model = std::string_view(start, p - start);
+        } else if (count == 5) {
+            panel = std::string_view(start, p - start);
+        }
+        ++count;
+    }
+    if (count != static_cast<size_t>(kTokenCount)) {
+        report_token_count(count);
+        return false;
+    }
+    if (!validate_panel_type(panel)) {
+        report_panel_type(panel);
+        return false;
+    }
+    return true;
+}
+
+void PowerFactors::report_token_count(size_t count) {
+    ELOGE("[Energy] The number of tokens is %d (not 19)", static_cast<int>(count));
+}
+
+void PowerFactors::report_panel_type(std::string_view p) {
+    // %.*s stops at a NUL byte as %s on the token's c_str() does.
+    ELOGE("[Energy] Invalid Panel Type %.*s", static_cast<int>(p.size()), p.data());
 }
 
 std::vector<std::string> PowerFactors::tokenize(const std::string& s, char sep) {
@@ -96,7 +139,7 @@ double PowerFactors::atof_with_default(const std::string& token) {
     return std::strtod(token.c_str(), nullptr);
 }
 
-bool PowerFactors::validate_panel_type(const std::string& p) {
+bool PowerFactors::validate_panel_type(std::string_view p) {
     return p.size() > 8;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace powermeter {
@@ -42,6 +43,9 @@ class PowerFactors {
     // does not have 19 tokens or its panel type is too short. A failed parse keeps the fields
     // written so far.
     bool Parse(const std::string& line);
+    // Checks a row as Parse would, without copying anything: false, with the same ERROR line,
+    // exactly when Parse fails; otherwise `sw_model` is the row's SW-model token.
+    static bool Screen(std::string_view line, std::string_view& sw_model);
 
     int SequenceNumber() const;
     bool IsValid() const;
@@ -61,7 +65,10 @@ class PowerFactors {
   private:
     static std::vector<std::string> tokenize(const std::string& s, char sep);
     static double atof_with_default(const std::string& token);
-    static bool validate_panel_type(const std::string& p);
+    static bool validate_panel_type(std::string_view p);
+    // The two lines of a rejected row, written from one place for Parse and Screen alike.
+    static void report_token_count(size_t count);
+    static void report_panel_type(std::string_view p);
 
     int32_t sequence_number_;
     std::string text1_;

@@ -1,8 +1,10 @@
-// Arbitrary text as one row of energy_factors.dat: Parse, Print, and the similar-panel-type
-// comparison against a fixed 9-character panel type.
+// Arbitrary text as one row of energy_factors.dat: Parse (and the loader's Screen, which must
+// agree with it), Print, and the similar-panel-type comparison against a fixed 9-character
+// panel type.
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "FuzzTarget.h"
 #include "PowerFactors.h"
@@ -17,6 +19,12 @@ FUZZ_TARGET(FactorRow) {
     const std::string line(reinterpret_cast<const char*>(data), size);
     powermeter::PowerFactors factors;
     const bool parsed = factors.Parse(line);
+    // The loader's check without copying must agree with Parse on every row.
+    std::string_view sw_model;
+    if (powermeter::PowerFactors::Screen(line, sw_model) != parsed ||
+        (parsed && !factors.IsSameSWModel(std::string(sw_model)))) {
+        std::abort();
+    }
     factors.Print();
     factors.PrintInfo();
     try {

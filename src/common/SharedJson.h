@@ -75,7 +75,9 @@ class WEXF_COMMON_API SharedJson {
     SharedJson& operator=(const SharedJson& other);
 
     // Parses `text`. A parse failure is logged and gives a null handle; so does a document
-    // without a root (empty or blank text).
+    // without a root (empty or blank text). Text that nests arrays and objects more than 200
+    // levels deep is refused as malformed before it is parsed, so that parsing stays within
+    // 32 KiB of stack.
     static SharedJson Create(const char* text);
     static SharedJson Create(const std::string& text);
 
@@ -169,6 +171,8 @@ class WEXF_COMMON_API JsonValue {
     JsonValue& operator=(unsigned int value);
     JsonValue& operator=(bool value);
 
+    // SharedJson::Create: malformed text, and text nested more than 200 levels deep, give a
+    // null value and a "failed to parse" line.
     static JsonValue Create(const std::string& text);
     // The shared, never-modified null value returned for absent members and elements.
     static const JsonValue& Null();
@@ -229,23 +233,56 @@ class WEXF_COMMON_API JsonValue {
 class JsonValue::ChildManager {
   public:
     explicit ChildManager(JsonType type);
+    ~ChildManager();
+    ChildManager(const ChildManager&) = delete;
+    ChildManager& operator=(const ChildManager&) = delete;
 
-    JsonValue& get(const SharedJson& parent, const std::string& key) const;
+    // The child for `member`, a member node of `parent` that the caller has looked up.
+    JsonValue& get(const SharedJson& parent, _JsonNode* member) const;
+    // The same, for a member whose name has the summary `name`: the cache remembers it, so
+    // that it can tell a new name from the members it holds.
+    JsonValue& get(const SharedJson& parent, _JsonNode* member, size_t name) const;
+    // True when the object has `object_size` members, all of them named entries here, and
+    // none with this name summary: the name is certainly not a member yet.
+    bool knows_absent(unsigned object_size, size_t name) const;
     JsonValue& get(const SharedJson& parent, unsigned index) const;
-    void erase(const std::string& key);
+    void erase(_JsonNode* member);
     void resize(unsigned n);  // drops every indexed child at n or above
     void clear();
-    void set_type(JsonType type);  // clears both maps when the type changes
+    void set_type(JsonType type);  // clears every child when the type changes
 
   private:
     friend class JsonValue;
 
-    // get() for a member node the caller has already looked up.
-    JsonValue& get(const SharedJson& parent, const std::string& key, _JsonNode* member) const;
+    // Members are found by their node, so a lookup neither hashes nor copies the key. The
+    // first few live in place, which is all most objects ever need; the rest in a map.
+    static constexpr unsigned kInlineMembers = 12;
+
+    JsonValue* find_member(_JsonNode* member) const;
+    // A handle on `member` for a new entry: it borrows `tree`'s reference when both share the
+    // parent's tree, and takes its own otherwise.
+    SharedJson member_handle(const SharedJson& parent, _JsonNode* member) const;
+    void release_tree_if_unused();
+    // Adds the entry for `member`, which is not cached yet, with its name summary when known.
+    JsonValue& insert(const SharedJson& parent, _JsonNode* member, const size_t* name) const;
+    void name_slot(unsigned slot, size_t name) const;
+    JsonValue& slot_value(unsigned slot) const;
 
     JsonType type;
+    // One reference on the parent's tree, held while member entries exist; they borrow it
+    // instead of each taking and dropping their own. Declared first, so it goes last.
+    mutable SharedJson::Owner tree{nullptr, nullptr};
+    mutable unsigned member_count = 0;
     mutable std::unordered_map<uint32_t, JsonValue> elements;
-    mutable std::unordered_map<std::string, JsonValue> members;
+    mutable unsigned inline_used = 0;  // slots ever used; a free one below has a null node
+    mutable _JsonNode* inline_nodes[kInlineMembers];
+    mutable size_t inline_names[kInlineMembers];
+    mutable uint32_t named_slots = 0;  // bit i: inline_names[i] holds slot i's name summary
+    mutable unsigned named_count = 0;
+    // Storage for the first entries, built in place when used (slot i is live while
+    // inline_nodes[i] is set), so that a new cache initialises nothing it does not use.
+    alignas(JsonValue) mutable unsigned char inline_members[kInlineMembers][sizeof(JsonValue)];
+    mutable std::unordered_map<_JsonNode*, JsonValue> members;
 };
 
 }  // namespace json
