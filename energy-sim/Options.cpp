@@ -100,6 +100,16 @@ CLI::Validator LogLevelValidator() {
         "", "log level");
 }
 
+CLI::Validator QueueValidator() {
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            return text == "total" || text == "blocks"
+                       ? ""
+                       : "bad --queue " + Quote(text) + " (total or blocks)";
+        },
+        "", "plug-in build");
+}
+
 // The first argument no option took, from the app and its subcommands.
 std::string FirstExtra(const CLI::App& app) {
     for (const CLI::App* sub : app.get_subcommands()) {
@@ -182,9 +192,16 @@ CommandLine ParseCommandLine(int argc, char** argv) {
                    "simulated start, YYYY-MM-DDTHH:MM:SSZ (default 2026-01-05T00:00:00Z)")
         ->transform(StartValidator())
         ->type_name("TIME");
-    app.add_option("--plugin", o.plugin_path,
-                   "the plug-in library (default: the plug-in directory beside this program)")
-        ->type_name("FILE");
+    CLI::Option* plugin =
+        app.add_option("--plugin", o.plugin_path,
+                       "the plug-in library (default: the plug-in directory beside this program)");
+    plugin->type_name("FILE");
+    std::string queue = "total";
+    app.add_option("--queue", queue,
+                   "the plug-in build to load when --plugin is not given: 'total' (default) "
+                   "reports the running total, 'blocks' the daily block report")
+        ->check(QueueValidator())
+        ->type_name("Q");
     app.add_option("--log", o.log_file, "write the plug-in's log to FILE instead of stderr")
         ->type_name("FILE");
     app.add_option("--log-level", o.log_level, "debug, info, error (default) or none")
@@ -236,6 +253,10 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         return cl;
     }
     o.progress = !no_progress;
+    o.queue = queue == "blocks" ? RunOptions::Queue::kBlocks : RunOptions::Queue::kTotal;
+    if (o.queue == RunOptions::Queue::kBlocks && plugin->count() == 0) {
+        o.plugin_path = BlocksPluginPath();
+    }
     if (o.duration > kMaxDuration) {
         throw SimError("--duration is longer than 366 days");
     }

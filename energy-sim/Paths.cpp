@@ -13,6 +13,13 @@ std::string DefaultPluginPath() {
     return hostkit::PluginDir() + "/" EC_PLUGIN_FILE;
 }
 
+std::string BlocksPluginPath() {
+    const std::string beside = DefaultPluginPath();
+    const size_t slash = beside.rfind('/');
+    return (slash == std::string::npos ? std::string(".") : beside.substr(0, slash)) +
+           "/" EC_BLOCKS_PLUGIN_FILE;
+}
+
 std::string DefaultDataDir() {
     if (const char* env = std::getenv("ENERGY_SIM_DATA")) {
         std::string dir = env;

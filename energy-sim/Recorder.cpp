@@ -28,10 +28,19 @@ bool IsTurnStart(const std::string& m) {
     return StartsWith(m, text::kTurnRule) && m.size() > n && m[n] >= '0' && m[n] <= '9';
 }
 
-// The energy a report carried, read from its text as sent.
+// The energy a report carried, read from its text as sent: the running total's
+// "cumulativePower", or the sum of the daily block report's "deltaEnergy" values.
 double ReportedWh(const std::string& json) {
     const auto doc = common::json::JsonValue::Create(json);
-    return std::strtod(doc["cumulativePower"].asString().c_str(), nullptr);
+    if (!doc.isMember("dailyPowerConsumption")) {
+        return std::strtod(doc["cumulativePower"].asString().c_str(), nullptr);
+    }
+    const auto& blocks = doc["dailyPowerConsumption"];
+    double wh = 0.0;
+    for (unsigned i = 0; i < blocks.size(); ++i) {
+        wh += blocks[i]["deltaEnergy"].asDouble();
+    }
+    return wh;
 }
 
 std::string FormatDuration(uint64_t s) {
@@ -103,6 +112,10 @@ void Recorder::OnRestart() {
     std::lock_guard<std::mutex> lock(mutex_);
     close_turn();
     ++totals_.restarts;
+    totals_.restart_keeps_log = restart_keeps_log_;
+    if (restart_keeps_log_) {
+        return;  // the block log reloads its file; only its open write interval is not saved
+    }
     totals_.restart_wh += totals_.pending_wh + (upload_open_ ? upload_wh_ : 0.0);
     totals_.pending_wh = 0.0;
     upload_open_ = false;
@@ -155,7 +168,10 @@ std::string Summary(const Totals& t, uint64_t simulated_seconds, const std::stri
     out += fmt::format("turns            {}\n", t.turns);
     out += fmt::format("reports          {} sent ({:.6f} Wh), {} dropped ({:.6f} Wh)\n", t.sent,
                        t.sent_wh, t.dropped, t.dropped_wh);
-    if (t.restarts > 0) {
+    if (t.restarts > 0 && t.restart_keeps_log) {
+        out +=
+            fmt::format("restarts         {} (the block log kept in its data file)\n", t.restarts);
+    } else if (t.restarts > 0) {
         out += fmt::format("restarts         {} ({:.6f} Wh metered and never reported)\n",
                            t.restarts, t.restart_wh);
     }

@@ -36,7 +36,8 @@ struct Totals {
     double dropped_wh = 0.0;  // turns of the uploads that were dropped
     double pending_wh = 0.0;  // turns metered since the last upload: not reported yet
     uint64_t restarts = 0;
-    double restart_wh = 0.0;  // turns metered before a restart and never reported
+    bool restart_keeps_log = false;  // restarts keep the unreported energy (block log)
+    double restart_wh = 0.0;         // turns metered before a restart and never reported
 };
 
 class Recorder {
@@ -52,8 +53,10 @@ class Recorder {
     void OnNotification(const std::string& property, const std::string& json);
     // Closes the turn in progress (at the end of the run).
     void Finish();
-    // The plug-in was destroyed and created again: its unreported energy is gone.
+    // The plug-in was destroyed and created again: its unreported energy is gone, unless the
+    // plug-in keeps its log in its data file (the daily block report).
     void OnRestart();
+    void SetRestartKeepsLog(bool keeps) { restart_keeps_log_ = keeps; }
 
     Totals Snapshot() const;
     // Counters for the progress line, readable without the lock.
@@ -73,6 +76,7 @@ class Recorder {
     Totals totals_;
     double upload_wh_ = 0.0;  // the turns of the upload in progress
     bool upload_open_ = false;
+    bool restart_keeps_log_ = false;
     std::atomic<uint64_t> turn_count_{0};
     std::atomic<double> metered_wh_{0.0};
 };

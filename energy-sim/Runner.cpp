@@ -71,13 +71,14 @@ class Session {
           out_(out),
           err_(err),
           series_(static_cast<uint64_t>(o.start), o.duration),
-          recorder_([] { return static_cast<uint64_t>(vclock::NowSeconds()); },
+          recorder_([this] { return static_cast<uint64_t>(vclock::NowSeconds() - wall_shift_); },
                     [this](const Turn& t) { series_.AddTurn(t.time, t.watts, t.wh); },
                     [this](uint64_t time, bool sent) { series_.AddReport(time, sent); }),
           world_(o.profile) {
         if (o.scenario) {
             entries_ = &o.scenario->entries;
         }
+        recorder_.SetRestartKeepsLog(o.queue == RunOptions::Queue::kBlocks);
     }
     ~Session() {
         tear_down();
@@ -107,6 +108,8 @@ class Session {
     void apply(const ScenarioEntry& entry);
     void create_plugin();
     void restart_plugin(uint64_t offset);
+    void jump_wall_clock(int64_t seconds);
+    int64_t wall_at(uint64_t offset) const;
     void advance_clock_to(uint64_t offset);
     void step_to(uint64_t offset);
     void pace_to(uint64_t offset);
@@ -136,6 +139,9 @@ class Session {
     std::mutex out_mutex_;
     std::string out_error_;
     uint64_t reached_ = 0;  // simulated seconds run
+    // The scenario's wall-clock jumps so far: the wall clock reads the run's time plus this.
+    // Read by the recorder on the worker's thread.
+    std::atomic<int64_t> wall_shift_{0};
     int signal_ = 0;
     int64_t real_start_ = 0;
     int64_t real_end_ = 0;
@@ -245,7 +251,7 @@ void Session::run_timeline() {
         step_to(target);
         if (signal_ != 0) {
             // The last turn ran at "now" and counts for its 10 seconds, as every turn does.
-            const int64_t last = vclock::NowSeconds() - o_.start;
+            const int64_t last = vclock::NowSeconds() - wall_shift_ - o_.start;
             reached_ = std::min<uint64_t>(
                 o_.duration, static_cast<uint64_t>(last) + (recorder_.TurnCount() > 0 ? 10 : 0));
             break;
@@ -268,6 +274,10 @@ void Session::apply(const ScenarioEntry& e) {
         if (e.offset > 0) {  // at 0 the plug-in is only about to be created
             restart_plugin(e.offset);
         }
+        return;
+    }
+    if (const auto* c = std::get_if<command::Clock>(&e.command)) {
+        jump_wall_clock(c->seconds);
         return;
     }
     if (const auto* p = std::get_if<command::Protocol>(&e.command)) {
@@ -295,9 +305,23 @@ void Session::restart_plugin(uint64_t offset) {
     wait_parked();
 }
 
+// The worker is parked (or not yet created): the wall clock jumps, the monotonic clock and the
+// limit (kept as elapsed time) do not, so the next turn still comes 10 s after the last one.
+void Session::jump_wall_clock(int64_t seconds) {
+    if (!vclock::JumpWallClockSeconds(seconds)) {
+        throw SimError(fmt::format("clock {:+d} s would move the wall clock before 1970", seconds));
+    }
+    wall_shift_ += seconds;
+}
+
+// The wall-clock time of the run's `offset`, after the jumps so far.
+int64_t Session::wall_at(uint64_t offset) const {
+    return o_.start + wall_shift_ + static_cast<int64_t>(offset);
+}
+
 // With no worker waiting, a timed wait of this thread moves virtual time to `offset`.
 void Session::advance_clock_to(uint64_t offset) {
-    const int64_t target = o_.start + static_cast<int64_t>(offset);
+    const int64_t target = wall_at(offset);
     vclock::SetLimitSeconds(target);
     std::mutex m;
     std::condition_variable cv;
@@ -314,7 +338,7 @@ void Session::step_to(uint64_t offset) {
         pace_to(offset);
     }
     if (!poll_interrupt()) {
-        vclock::SetLimit((o_.start + static_cast<int64_t>(offset)) * vclock::kNanosPerSecond - 1);
+        vclock::SetLimit(wall_at(offset) * vclock::kNanosPerSecond - 1);
     }
     const int64_t waiting_since = RealNanos();
     wait_parked();
@@ -332,7 +356,7 @@ void Session::pace_to(uint64_t offset) {
         if (paced >= static_cast<double>(offset)) {
             return;
         }
-        vclock::SetLimit(o_.start * vclock::kNanosPerSecond + static_cast<int64_t>(paced * 1e9));
+        vclock::SetLimit(wall_at(0) * vclock::kNanosPerSecond + static_cast<int64_t>(paced * 1e9));
         check_outputs();
         show_progress(false);
         SleepReal(kPaceTick);
@@ -382,7 +406,7 @@ void Session::show_progress(bool force) {
     last_progress_ = now_real;
     const int64_t now = vclock::NowSeconds();
     fmt::print(stderr, "\r[{}] {:6.1f}%  {} turns  {:.3f} Wh   ", Iso(now),
-               100.0 * static_cast<double>(now - o_.start) /
+               100.0 * static_cast<double>(now - wall_shift_ - o_.start) /
                    std::max<double>(1, static_cast<double>(o_.duration)),
                recorder_.TurnCount(), recorder_.MeteredWh());
     std::fflush(stderr);

@@ -14,6 +14,9 @@ namespace energysim {
 
 struct RunOptions {
     std::string plugin_path;
+    // The plug-in build: the running total, or the daily block report kept in a data file.
+    enum class Queue { kTotal, kBlocks };
+    Queue queue = Queue::kTotal;
     DeviceProfile profile;
     std::optional<Scenario> scenario;
     uint64_t duration = 24 * 3600;  // simulated seconds

@@ -58,6 +58,18 @@ struct Words {
     std::string rest;  // everything after the command word, for free-text commands
 };
 
+// "clock +DURATION" or "clock -DURATION": the sign is required, so a jump never reads as a time.
+Command BuildClock(const std::vector<std::string>& a) {
+    uint64_t seconds = 0;
+    const bool signed_duration =
+        a.size() == 1 && a[0].size() > 1 && (a[0][0] == '+' || a[0][0] == '-');
+    if (!signed_duration || !ParseDuration(a[0].substr(1), &seconds) || seconds == 0) {
+        throw SimError("clock takes +DURATION or -DURATION (e.g. -2d, +5m)");
+    }
+    const int64_t magnitude = static_cast<int64_t>(seconds);
+    return command::Clock{a[0][0] == '-' ? -magnitude : magnitude};
+}
+
 // Builds the typed command; throws SimError(why) for bad arguments.
 Command Build(const Words& w) {
     const auto& a = w.args;
@@ -159,6 +171,9 @@ Command Build(const Words& w) {
     if (c == "restart") {
         return a.empty() ? Command(command::Restart{}) : fail("restart takes no arguments");
     }
+    if (c == "clock") {
+        return BuildClock(a);
+    }
     return fail("unknown command " + Quote(c));
 }
 
@@ -168,6 +183,19 @@ struct Overloaded : Ts... {
 };
 template <class... Ts>
 Overloaded(Ts...) -> Overloaded<Ts...>;
+
+// A duration as a scenario writes it: "2d", "1h30m", "45s".
+std::string DurationText(uint64_t s) {
+    std::string out;
+    const std::pair<uint64_t, char> units[] = {{86400, 'd'}, {3600, 'h'}, {60, 'm'}, {1, 's'}};
+    for (const auto& [size, unit] : units) {
+        if (s >= size) {
+            out += std::to_string(s / size) + unit;
+            s %= size;
+        }
+    }
+    return out;
+}
 
 std::string NameOrNumber(const char* name, int value) {
     return name != nullptr ? name : std::to_string(value);
@@ -212,6 +240,10 @@ std::string Describe(const Command& command) {
             },
             [](const command::Note& c) { return "note " + c.text; },
             [](const command::Restart&) { return std::string("restart"); },
+            [](const command::Clock& c) {
+                return std::string("clock ") + (c.seconds < 0 ? "-" : "+") +
+                       DurationText(static_cast<uint64_t>(c.seconds < 0 ? -c.seconds : c.seconds));
+            },
         },
         command);
 }

@@ -23,6 +23,8 @@
 //     note TEXT                (a label on the plot)
 //     restart                  (DestroyPlugin, then CreatePlugin at the same simulated time;
 //                               the data directory is kept)
+//     clock +DURATION|-DURATION (the wall clock jumps; the monotonic clock and the 10-second
+//                               cadence go on)
 //
 // Each line is parsed once into a typed Command; the run applies it and the plot labels it from
 // that value.
@@ -84,12 +86,16 @@ struct Note {
     std::string text;
 };
 struct Restart {};
+// A wall-clock jump, in signed seconds.
+struct Clock {
+    int64_t seconds;
+};
 }  // namespace command
 
 using Command = std::variant<command::Power, command::PowerState, command::AmbientMode,
                              command::Volume, command::Speaker, command::Picture, command::Config,
                              command::ConfigRaw, command::Protocol, command::Fail, command::Restore,
-                             command::Note, command::Restart>;
+                             command::Note, command::Restart, command::Clock>;
 
 // The command as a scenario line writes it ("power standby", "picture ANA=5 TEMP=-").
 std::string Describe(const Command& command);

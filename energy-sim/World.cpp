@@ -64,6 +64,7 @@ void World::Apply(const Command& command) {
                    [](const command::Restore& c) { tvsim::ClearFailure(c.call); },
                    [](const command::Note&) {},
                    [](const command::Restart&) {},
+                   [](const command::Clock&) {},
                },
                command);
 }

@@ -19,7 +19,8 @@ void ApplyProfile(const DeviceProfile& profile);
 class World {
   public:
     explicit World(const DeviceProfile& profile) : picture_(profile.picture) {}
-    // Applies a change to the simulated TV or the framework; `restart` is the caller's.
+    // Applies a change to the simulated TV or the framework; `restart` and `clock` are the
+    // caller's.
     void Apply(const Command& command);
 
   private:
