@@ -17,7 +17,7 @@ namespace simtest {
 
 Result RunSim(const SimCall& call) {
     testsupport::TempDir dir;
-    std::vector<std::string> argv_s = {EC_ENERGY_SIM};
+    std::vector<std::string> argv_s = {call.program.empty() ? EC_ENERGY_SIM : call.program};
     argv_s.insert(argv_s.end(), call.args.begin(), call.args.end());
     std::vector<char*> argv;
     for (auto& a : argv_s) {

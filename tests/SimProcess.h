@@ -1,5 +1,6 @@
-// Runs energy-sim as a separate process for its tests: arguments, where stdout goes, a private
-// $TMPDIR, and optionally a signal sent while it runs.
+// Runs a host-kit program (energy-sim unless told otherwise) as a separate process for its
+// tests: arguments, where stdout goes, a private $TMPDIR, and optionally a signal sent while it
+// runs.
 #pragma once
 
 #include <string>
@@ -9,6 +10,7 @@ namespace simtest {
 
 struct SimCall {
     std::vector<std::string> args;
+    std::string program;      // "" = energy-sim
     std::string stdout_path;  // "" = a file read back into Result::out
     std::string tmpdir;       // "" = inherited $TMPDIR
     int signal = 0;           // sent once the program has run for signal_after_ms

@@ -1,5 +1,7 @@
 // The framework host unloads a plug-in only after DestroyPlugin, and can run without keeping
 // its history.
+#include <algorithm>
+
 #include "TestSupport.h"
 
 namespace {
@@ -16,11 +18,10 @@ class FrameworkHostUnloadTest : public SimTest {
         return plugin;
     }
     static size_t Destroyed() {
-        size_t n = 0;
-        for (const wexfhost::Event& e : wexfhost::Events()) {
-            n += e.kind == wexfhost::Event::Kind::kServiceDestroyed;
-        }
-        return n;
+        const auto events = wexfhost::Events();
+        return static_cast<size_t>(std::count_if(events.begin(), events.end(), [](const auto& e) {
+            return e.kind == wexfhost::Event::Kind::kServiceDestroyed;
+        }));
     }
 };
 

@@ -17,7 +17,7 @@ constexpr const char kCommon[] = "WEXF_COMMON";
 
 std::string Repeat(const std::string& piece, int n) {
     std::string out;
-    for (int i = 0; i < n; ++i) {
+    while (n-- > 0) {
         out += piece;
     }
     return out;
@@ -63,27 +63,19 @@ void OnSmallStack(const std::function<void()>& work) {
     pthread_attr_destroy(&attr);
 }
 
-class JsonNestingTest : public testsupport::SimTest {
-  protected:
-    void Check(const Case& c) {
-        const JsonValue value = JsonValue::Create(c.text);
-        EXPECT_EQ(!value.isNull(), c.parsed) << c.name;
-        EXPECT_EQ(Logged(DLOG_ERROR, kCommon, "failed to parse: " + c.text), !c.parsed) << c.name;
-    }
-};
+class JsonNestingTest : public testsupport::SimTest {};
 
-TEST_F(JsonNestingTest, DeepTextIsMalformedOnTheMainThread) {
-    for (const Case& c : Cases()) {
-        Check(c);
-    }
-}
-
-TEST_F(JsonNestingTest, DeepTextIsMalformedOnA256KiBStack) {
-    OnSmallStack([this] {
+TEST_F(JsonNestingTest, DeepTextIsMalformedOnTheMainThreadAndOnA256KiBStack) {
+    auto check = [this] {
         for (const Case& c : Cases()) {
-            Check(c);
+            const JsonValue value = JsonValue::Create(c.text);
+            EXPECT_EQ(!value.isNull(), c.parsed) << c.name;
+            EXPECT_EQ(Logged(DLOG_ERROR, kCommon, "failed to parse: " + c.text), !c.parsed)
+                << c.name;
         }
-    });
+    };
+    check();
+    OnSmallStack(check);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The block log under hostile conditions: an append cut short, stray bytes after the records,
-// and an energy_log.dat that is not a regular file. None may lose or invent a block.
+// an energy_log.dat that is not a regular file, and a re-Init (every Start of the meter) after
+// the file changed. None may lose or invent a block.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <functional>
 #include <future>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,10 +22,7 @@
 
 using powerlogtest::Block;
 using powerlogtest::LogImage;
-using powerlogtest::Record;
 using testsupport::ReadBytes;
-using testsupport::SimTest;
-using testsupport::TempDir;
 
 namespace {
 
@@ -35,61 +34,68 @@ Block BlockAt(uint32_t i) {
     return {kT0 + 30 * i, kT0 + 30 * i + 10, 0.125 * (i + 1)};
 }
 
-// Options "10 30 3600": every 10-second interval is written; blocks of 30 s.
-class PowerLogHardeningTest : public SimTest {
+std::vector<Block> BlocksTo(uint32_t n) {
+    std::vector<Block> blocks;
+    for (uint32_t i = 0; i < n; ++i) {
+        blocks.push_back(BlockAt(i));
+    }
+    return blocks;
+}
+
+void Add(powermeter::PowerLogQueue& queue, uint32_t i) {
+    queue.Add(BlockAt(i).start, BlockAt(i).power, 10);
+}
+
+// Options "10 30 3600": every 10-second interval is written; blocks of 30 s. Each case starts
+// with a fresh queue that has written `saved` blocks, so that the file is exactly their image.
+class PowerLogHardeningTest : public testsupport::SimTest {
   protected:
     void SetUp() override {
         SimTest::SetUp();
         tvsim::SetAppPath(tvsim::AppPath::kData, dir.path());
         powerlogtest::WriteOptions(dir.path(), "10 30 3600");
     }
-    std::string LogPath() const { return dir.File("energy_log.dat"); }
-    // A queue that has written `n` blocks, so that the file is exactly their image.
-    void WriteBlocks(powermeter::PowerLogQueue& queue, uint32_t n) {
-        queue.Init();
-        for (uint32_t i = 0; i < n; ++i) {
-            Add(queue, i);
+    void TearDown() override {
+        queue.reset();
+        SimTest::TearDown();
+    }
+    void Start(uint32_t saved) {
+        std::remove(path.c_str());
+        queue = std::make_unique<powermeter::PowerLogQueue>();
+        queue->Init();
+        for (uint32_t i = 0; i < saved; ++i) {
+            Add(*queue, i);
         }
     }
-    static void Add(powermeter::PowerLogQueue& queue, uint32_t i) {
-        const Block b = BlockAt(i);
-        queue.Add(b.start, b.power, 10);
-    }
     // The report a fresh queue loads from the file.
-    std::string Reloaded() {
-        powermeter::PowerLogQueue queue;
-        queue.Init();
-        return queue.GetJson();
+    static std::string Reloaded() {
+        powermeter::PowerLogQueue fresh;
+        fresh.Init();
+        return fresh.GetJson();
     }
-    TempDir dir;
+    testsupport::TempDir dir;
+    const std::string path = dir.File("energy_log.dat");
+    std::unique_ptr<powermeter::PowerLogQueue> queue;
 };
 
 // A kill between the two writes of an append is modelled by a file-size limit that stops the
 // record `room` bytes in: the log must reload as it was before that append.
 TEST_F(PowerLogHardeningTest, AppendCutShortKeepsEveryBlockAlreadySaved) {
     struct Row {
-        const char* name;
         uint32_t saved;
         rlim_t room;
-    };
-    for (const Row& row : {Row{"second block, nothing of it written", 1, 0},
-                           Row{"fourth block, nothing of it written", 3, 0},
-                           Row{"fourth block, half of it written", 3, 8}}) {
-        SCOPED_TRACE(row.name);
-        std::remove(LogPath().c_str());
-        powermeter::PowerLogQueue queue;
-        WriteBlocks(queue, row.saved);
-        const std::string before = queue.GetJson();
-        const rlim_t size = ReadBytes(LogPath()).size();
+    } rows[] = {{1, 0}, {3, 0}, {3, 8}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.saved << " saved, " << row.room << " written");
+        Start(row.saved);
+        const std::string before = queue->GetJson();
         const pid_t pid = fork();
         ASSERT_GE(pid, 0);
         if (pid == 0) {
             signal(SIGXFSZ, SIG_IGN);
-            struct rlimit limit;
-            getrlimit(RLIMIT_FSIZE, &limit);
-            limit.rlim_cur = size + row.room;
+            const struct rlimit limit = {ReadBytes(path).size() + row.room, RLIM_INFINITY};
             setrlimit(RLIMIT_FSIZE, &limit);
-            Add(queue, row.saved);
+            Add(*queue, row.saved);
             _exit(Logged(DLOG_ERROR, kEnergy, "failed to wrtie data to the data file") ? 0 : 3);
         }
         int status = 0;
@@ -103,38 +109,23 @@ TEST_F(PowerLogHardeningTest, AppendCutShortKeepsEveryBlockAlreadySaved) {
 // them: record n belongs at 4 + 16(n - 1) whatever the file's length.
 TEST_F(PowerLogHardeningTest, StrayTrailingBytesNeverBecomeABlock) {
     struct Row {
-        const char* name;
         uint32_t saved;
         std::vector<uint8_t> stray;
-    };
-    const std::vector<Row> rows = {
-        {"5 bytes after 3 blocks", 3, std::vector<uint8_t>(5, 0xAA)},
-        {"a whole record after 1 block", 1, Record({1, 2, 3.0})},
-        {"20 bytes after an empty log", 0, std::vector<uint8_t>(20, 0x55)},
-    };
+    } rows[] = {{3, std::vector<uint8_t>(5, 0xAA)},
+                {1, powerlogtest::Record({1, 2, 3.0})},
+                {0, std::vector<uint8_t>(20, 0x55)}};
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        std::remove(LogPath().c_str());
-        {
-            powermeter::PowerLogQueue writer;
-            WriteBlocks(writer, row.saved);
-        }
-        if (row.saved == 0) {
-            testsupport::WriteBytes(LogPath(), LogImage(0, {}));
-        }
-        testsupport::PlantTrailing(LogPath(), row.stray);
-        powermeter::PowerLogQueue queue;
-        queue.Init();
-        Add(queue, row.saved);  // a new block: an append
-        std::vector<Block> expected;
-        for (uint32_t i = 0; i <= row.saved; ++i) {
-            expected.push_back(BlockAt(i));
-        }
-        const auto image = LogImage(expected);
-        const auto bytes = ReadBytes(LogPath());
+        SCOPED_TRACE(row.saved);
+        testsupport::WriteBytes(path, LogImage(BlocksTo(row.saved)));
+        testsupport::PlantTrailing(path, row.stray);
+        powermeter::PowerLogQueue appender;
+        appender.Init();
+        Add(appender, row.saved);  // a new block: an append
+        const auto image = LogImage(BlocksTo(row.saved + 1));
+        const auto bytes = ReadBytes(path);
         ASSERT_GE(bytes.size(), image.size());
         EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + image.size()), image);
-        EXPECT_EQ(Reloaded(), queue.GetJson());
+        EXPECT_EQ(Reloaded(), appender.GetJson());
     }
 }
 
@@ -148,8 +139,7 @@ bool FinishesWithoutBlocking(const std::function<void()>& body, const std::strin
     while (done.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
         const int fd = open(path.c_str(), O_WRONLY | O_NONBLOCK);
         if (fd >= 0) {
-            const char zeros[4] = {};
-            (void)!write(fd, zeros, sizeof zeros);
+            (void)!write(fd, "\0\0\0\0", 4);
             close(fd);
         }
     }
@@ -160,19 +150,14 @@ bool FinishesWithoutBlocking(const std::function<void()>& body, const std::strin
 // removed, and the blocks stay in memory.
 TEST_F(PowerLogHardeningTest, NonRegularDataFileIsNeitherReadNorRemoved) {
     struct Row {
-        const char* name;
-        std::function<int(const std::string&)> make;
         mode_t type;
-    };
-    const std::vector<Row> rows = {
-        {"FIFO", [](const std::string& p) { return mkfifo(p.c_str(), 0644); }, S_IFIFO},
-        {"empty directory", [](const std::string& p) { return mkdir(p.c_str(), 0755); }, S_IFDIR},
-        {"link to a device", [](const std::string& p) { return symlink("/dev/null", p.c_str()); },
-         S_IFLNK},
-    };
+        std::function<int(const char*)> make;
+    } rows[] = {{S_IFIFO, [](const char* p) { return mkfifo(p, 0644); }},
+                {S_IFDIR, [](const char* p) { return mkdir(p, 0755); }},
+                {S_IFLNK, [](const char* p) { return symlink("/dev/null", p); }}};
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        ASSERT_EQ(row.make(LogPath()), 0);
+        SCOPED_TRACE(row.type);
+        ASSERT_EQ(row.make(path.c_str()), 0);
         const uint64_t mark = tvsim::LogMark();
         powermeter::PowerLogQueue queue;
         std::string report;
@@ -183,7 +168,7 @@ TEST_F(PowerLogHardeningTest, NonRegularDataFileIsNeitherReadNorRemoved) {
                 report = queue.GetJson();
                 queue.Reset();
             },
-            LogPath()));
+            path));
         EXPECT_TRUE(tvsim::Logged(DLOG_ERROR, kEnergy,
                                   "the data file is not opened, so try to reset", mark));
         EXPECT_TRUE(tvsim::Logged(DLOG_ERROR, kEnergy, "the data file is not opened", mark));
@@ -191,9 +176,32 @@ TEST_F(PowerLogHardeningTest, NonRegularDataFileIsNeitherReadNorRemoved) {
                   "{\"dailyPowerConsumption\":[{\"start\":1609459200,\"end\":1609459210,"
                   "\"deltaEnergy\":0.125,\"power\":0,\"energySaved\":0}]}");
         struct stat st;
-        ASSERT_EQ(lstat(LogPath().c_str(), &st), 0) << "removed";
+        ASSERT_EQ(lstat(path.c_str(), &st), 0) << "removed";
         EXPECT_EQ(st.st_mode & S_IFMT, row.type);
-        ASSERT_EQ(std::remove(LogPath().c_str()), 0);
+        ASSERT_EQ(std::remove(path.c_str()), 0);
+    }
+}
+
+// Each Init starts from energy_log.dat alone, whatever the blocks in memory were.
+TEST_F(PowerLogHardeningTest, ReInitStartsFromTheFileAlone) {
+    const Block other{kT0 - 100, kT0 - 90, 2.0};
+    struct Row {
+        std::function<void()> between;  // what happens to the file between the two Inits
+        std::vector<Block> after;       // the file after re-Init and one interval at kT0 + 10
+    } rows[] = {
+        {[] {}, {{kT0, kT0 + 20, 0.75}}},  // kept
+        {[&] { std::remove(path.c_str()); }, {{kT0 + 10, kT0 + 20, 0.25}}},
+        {[&] { testsupport::WriteBytes(path, LogImage({other})); },
+         {other, {kT0 + 10, kT0 + 20, 0.25}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        Start(0);
+        queue->Add(kT0, 0.5, 10);
+        row.between();
+        queue->Init();
+        queue->Add(kT0 + 10, 0.25, 10);
+        EXPECT_EQ(ReadBytes(path), LogImage(row.after));
     }
 }
 

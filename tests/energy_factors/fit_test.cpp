@@ -1,9 +1,6 @@
-// energy-factors fit: reading the plug-in's log and a wattmeter CSV, and the ground-truth
-// calibration of one simulated day.
-#include <fcntl.h>
+// energy-factors fit: reading the plug-in's log and a wattmeter CSV at their boundaries, the
+// true samples' gaps, and the ground-truth calibration of one simulated day.
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <cmath>
 #include <iostream>
@@ -15,10 +12,9 @@
 #include "Fit.h"
 #include "Meter.h"
 #include "Session.h"
+#include "SimProcess.h"
 #include "TestSupport.h"
 #include "Truth.h"
-
-extern char** environ;
 
 namespace {
 
@@ -75,18 +71,13 @@ TEST(EnergyFactorsMeterTest, SamplesAveragedOverEachTurnByTime) {
     EXPECT_EQ(m[2].samples, 0);
 
     testsupport::WriteText(dir.File("bad.csv"), "time,watts\n1767571200,10\n1767571201;11\n");
-    EXPECT_THROW(
-        {
-            try {
-                energyfactors::ReadMeter(dir.File("bad.csv"));
-            } catch (const std::runtime_error& e) {
-                EXPECT_EQ(std::string(e.what()),
-                          dir.File("bad.csv") +
-                              ":3: not \"time,watts\" (seconds or UTC time, then watts)");
-                throw;
-            }
-        },
-        std::runtime_error);
+    try {
+        energyfactors::ReadMeter(dir.File("bad.csv"));
+        ADD_FAILURE() << "bad.csv was read";
+    } catch (const std::runtime_error& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  dir.File("bad.csv") + ":3: not \"time,watts\" (seconds or UTC time, then watts)");
+    }
 }
 
 const char kRow[] = "1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8";
@@ -95,40 +86,43 @@ energyfactors::DataRow RowOf(const std::string& text) {
     return energyfactors::ParseDataSet("set", "TEST-1\n" + text + "\n").rows.at(0);
 }
 
-// Turns at 0 s (LPM), 10 s (standby) and 30 s (suspended): samples every 2.5 s carry each
-// turn's watts; none falls in the gap from 20 s to 30 s.
-TEST(EnergyFactorsTruthTest, SamplesFollowTheTurnsAtThePeriod) {
+energyfactors::Inputs At(powermeter::_PowerStatusForEnergy state) {
+    return {state, 700, 800, 2160, 0};
+}
+
+std::vector<energyfactors::Sample> Samples(const std::vector<Turn>& turns, double noise,
+                                           double period) {
     energyfactors::PluginSandbox sandbox;
     energyfactors::Session session;
-    session.turns = {{kStart, {powermeter::LPM, 700, 800, 2160, 0}},
-                     {kStart + 10, {powermeter::BACKGROUND_STANDBY, 700, 800, 2160, 0}},
-                     {kStart + 30, {powermeter::SUSPEND, 700, 800, 2160, 0}}};
+    session.turns = turns;
     energyfactors::TruthOptions o;
-    o.noise_percent = 0;
-    o.period = 2.5;
-    const auto samples = energyfactors::TrueSamples(sandbox, kRow, session, o);
+    o.noise_percent = noise;
+    o.period = period;
+    return energyfactors::TrueSamples(sandbox, kRow, session, o);
+}
+
+// Turns at 0 s (LPM), 10 s (standby) and 30 s (suspended): samples every 2.5 s carry each
+// turn's watts; none falls in the gap from 20 s to 30 s. Noise has the stated spread.
+TEST(EnergyFactorsTruthTest, SamplesFollowTheTurnsAtThePeriodWithTheStatedNoise) {
     std::vector<double> times, watts;
-    for (const auto& s : samples) {
+    for (const auto& s : Samples({{kStart, At(powermeter::LPM)},
+                                  {kStart + 10, At(powermeter::BACKGROUND_STANDBY)},
+                                  {kStart + 30, At(powermeter::SUSPEND)}},
+                                 0, 2.5)) {
         times.push_back(s.time - kStart);
         watts.push_back(s.watts);
     }
     EXPECT_EQ(times, (std::vector<double>{0, 2.5, 5, 7.5, 10, 12.5, 15, 17.5, 30, 32.5, 35, 37.5}));
     EXPECT_EQ(watts, (std::vector<double>{2.5, 2.5, 2.5, 2.5, 13.2, 13.2, 13.2, 13.2, 0, 0, 0, 0}));
-}
 
-TEST(EnergyFactorsTruthTest, NoiseHasTheStatedSpread) {
-    energyfactors::PluginSandbox sandbox;
-    energyfactors::Session session;
+    std::vector<Turn> lpm;
     for (int i = 0; i < 1000; ++i) {
-        session.turns.push_back({kStart + 10 * i, {powermeter::LPM, 700, 800, 2160, 0}});
+        lpm.push_back({kStart + 10 * i, At(powermeter::LPM)});
     }
-    energyfactors::TruthOptions o;
-    o.noise_percent = 2;
-    o.period = 1;
-    const auto samples = energyfactors::TrueSamples(sandbox, kRow, session, o);
-    ASSERT_EQ(samples.size(), 10000u);
+    const auto noisy = Samples(lpm, 2, 1);
+    ASSERT_EQ(noisy.size(), 10000u);
     double sum = 0, squares = 0;
-    for (const auto& s : samples) {
+    for (const auto& s : noisy) {
         sum += s.watts / 2.5 - 1;
         squares += (s.watts / 2.5 - 1) * (s.watts / 2.5 - 1);
     }
@@ -141,7 +135,7 @@ TEST(EnergyFactorsTruthTest, NoiseHasTheStatedSpread) {
 TEST(EnergyFactorsTruthTest, SkewMovesOnlyTheFactorsAFitWouldChange) {
     energyfactors::PluginSandbox sandbox;
     energyfactors::Session session;
-    session.turns = {{kStart, {powermeter::NORMAL, 700, 800, 2160, 0}},
+    session.turns = {{kStart, At(powermeter::NORMAL)},
                      {kStart + 10, {powermeter::NORMAL, 300, 900, 1080, 0}}};
     const energyfactors::DataRow row = RowOf(kRow);
     const energyfactors::DataRow skewed =
@@ -165,34 +159,11 @@ TEST(EnergyFactorsTruthTest, SkewMovesOnlyTheFactorsAFitWouldChange) {
 // energy-sim's log of one day of the typical-day scenario on the VX55Q7000 (row 103).
 std::string SimulateTypicalDay(const testsupport::TempDir& dir) {
     const std::string log = dir.File("day.log");
-    std::vector<std::string> args = {EF_ENERGY_SIM,
-                                     "--profile",
-                                     std::string(EC_SOURCE_DIR) + "/data/devices/vx55q7000.json",
-                                     "--scenario",
-                                     std::string(EC_SOURCE_DIR) + "/data/scenarios/typical-day.txt",
-                                     "--duration",
-                                     "24h",
-                                     "--log",
-                                     log,
-                                     "--log-level",
-                                     "info",
-                                     "--no-progress"};
-    std::vector<char*> argv;
-    for (std::string& a : args) {
-        argv.push_back(a.data());
-    }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    int status = -1;
-    if (posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), environ) == 0) {
-        waitpid(pid, &status, 0);
-    }
-    posix_spawn_file_actions_destroy(&fa);
-    EXPECT_EQ(status, 0) << "energy-sim failed";
+    const simtest::Result r =
+        simtest::RunSim({"--profile", simtest::Data("devices/vx55q7000.json"), "--scenario",
+                         simtest::Data("scenarios/typical-day.txt"), "--duration", "24h", "--log",
+                         log, "--log-level", "info", "--no-progress"});
+    EXPECT_EQ(r.status, 0) << r.err;
     return log;
 }
 

@@ -1,5 +1,6 @@
-// energy-factors lint and explain: the sample data set's deliberately broken rows, one defect
-// of each kind at its line, and the loader's choice as explain reports it.
+// energy-factors lint, explain and table: the sample data set's deliberately broken rows, one
+// defect of each kind at its line, the loader's choice as explain reports it, the watts of the
+// selected row, and the program's exit statuses and one-line errors.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -8,6 +9,9 @@
 #include "DataSet.h"
 #include "Explain.h"
 #include "Lint.h"
+#include "SimProcess.h"
+#include "Table.h"
+#include "TestSupport.h"
 
 namespace {
 
@@ -110,7 +114,6 @@ TEST(EnergyFactorsExplainTest, ReportsTheLoadersChoiceAndWhy) {
         {"SW_A", "AB34CD5EF", 3, 3, "[Energy] Find a power factors for AB34CD5EF"},
         // no equal one: the first similar row
         {"SW_A", "ABxxCDxEF", 2, 3, "[Energy] Find a power factors for ABxxCDxEF"},
-        {"SW_A", "ZZ56CD7EG", 0, 3, "[Energy] there is no proper factors"},
         {"SW_C", "AB12CD3EF", 0, 0, "[Energy] No matched SW Model"},
         // too short: rejected before any comparison
         {"SW_A", "AB12CD3E", 0, 0, "[Energy] Invalid Panel Type"},
@@ -124,6 +127,65 @@ TEST(EnergyFactorsExplainTest, ReportsTheLoadersChoiceAndWhy) {
         EXPECT_EQ(e.winner ? e.winner->line : 0, c.winner_line);
         ASSERT_FALSE(e.loader_errors.empty());
         EXPECT_EQ(e.loader_errors.back(), c.last_error);
+    }
+}
+
+const char kTableSet[] =
+    "TEST-1\n"
+    "1,y,M43,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n"
+    "2,y,M43,SW_A,43,PANEL0001,LED,90,250,36,44,1.5,4,0,-,9,23,2.5,8\n"
+    "3,y,M43,SW_A,43,PANEL01,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n";
+
+// Type 0 at full ANA and DutySum, 2160 lines, volume 100: backlight 0.24 A x 45.5 V x 4 x 1.05
+// = 45.864 W, cell 8 x 1.1, main 22 x 1.1 (x 0.6 in standby, x 0.7 picture off), speaker 8 - 1.
+// The second row has the first one's SW model and panel type, so it shows the first row.
+TEST(EnergyFactorsTableTest, WattsOfTheSelectedRowPerState) {
+    energyfactors::PluginSandbox sandbox;
+    const auto set = energyfactors::ParseDataSet("set", kTableSet);
+    const std::string table =
+        energyfactors::FactorTable(sandbox, set, {powermeter::NORMAL, 1023, 1023, 2160, 100});
+    const std::string row =
+        "| 1 | M43 | SW_A | 43 | PANEL0001 | 0 | 85.9 | 2.5 | 13.2 | 78.9 | 22.4 | 0.0 |\n";
+    const size_t body = table.find('\n', table.find("|---")) + 1;
+    EXPECT_EQ(table.substr(body), row + row);
+}
+
+TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
+    testsupport::TempDir dir;
+    const std::string clean = dir.File("clean.dat"), broken = dir.File("broken.dat");
+    testsupport::WriteText(
+        clean, "TEST-1\n1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n");
+    testsupport::WriteText(broken, kTableSet);
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::string err;  // the whole of stderr
+    } cases[] = {
+        {{"lint", clean}, 0, ""},
+        {{"lint", broken}, 1, ""},
+        {{"lint", dir.File("none.dat")},
+         2,
+         "energy-factors: cannot read " + dir.File("none.dat") + "\n"},
+        {{"lint", clean, "--format", "xml"}, 2, ""},
+        {{"explain", "--model", "SW_B", "--panel", "PANEL0001", clean}, 1, ""},
+        {{"frob"}, 2, "energy-factors: unknown sub-command 'frob' (see --help)\n"},
+        {{}, 2, "energy-factors: A subcommand is required (see --help)\n"},
+        {{"fit", "--meter", "m.csv"}, 2, "energy-factors: --log is required (see --help)\n"},
+        {{"--help"}, 0, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args.empty() ? "(none)" : c.args[0]);
+        simtest::SimCall call;
+        call.program = EF_ENERGY_FACTORS;
+        call.args = c.args;
+        const simtest::Result r = simtest::RunSim(call);
+        EXPECT_EQ(r.status, c.status) << r.err;
+        if (c.status == 2) {
+            EXPECT_EQ(simtest::Lines(r.err), 1) << r.err;
+        }
+        if (!c.err.empty()) {
+            EXPECT_EQ(r.err, c.err);
+        }
     }
 }
 

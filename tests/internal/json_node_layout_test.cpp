@@ -26,6 +26,18 @@ class CriticalCounter {
     int count_ = 0;
 };
 
+JsonNode* WithPayload(JsonNodeType type) {
+    JsonNode* node = json_node_new(type);
+    if (type == JSON_NODE_OBJECT) {
+        json_node_take_object(node, json_object_new());
+    } else if (type == JSON_NODE_ARRAY) {
+        json_node_take_array(node, json_array_new());
+    } else {
+        json_node_set_string(node, "payload");
+    }
+    return node;
+}
+
 }  // namespace
 
 TEST(JsonNodeLayout, MatchesTheLoadedJsonGlib) {
@@ -34,34 +46,15 @@ TEST(JsonNodeLayout, MatchesTheLoadedJsonGlib) {
 }
 
 TEST(JsonNodeLayout, ClearNodeLeavesANullNodeWithoutPayload) {
-    struct Case {
-        JsonNodeType type;
-        JsonNode* (*make)();
-    };
-    const Case cases[] = {
-        {JSON_NODE_OBJECT,
-         [] {
-             JsonNode* n = json_node_new(JSON_NODE_OBJECT);
-             json_node_take_object(n, json_object_new());
-             return n;
-         }},
-        {JSON_NODE_ARRAY,
-         [] {
-             JsonNode* n = json_node_new(JSON_NODE_ARRAY);
-             json_node_take_array(n, json_array_new());
-             return n;
-         }},
-        {JSON_NODE_VALUE, [] { return json_node_init_string(json_node_alloc(), "payload"); }},
-    };
-    for (const Case& c : cases) {
-        JsonNode* node = c.make();
+    for (JsonNodeType type : {JSON_NODE_OBJECT, JSON_NODE_ARRAY, JSON_NODE_VALUE}) {
+        JsonNode* node = WithPayload(type);
         common::json::bugfix::clear_node(node);
         EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_NULL);
         // Re-typing the node without setting a payload shows what json-glib finds there.
-        json_node_init(node, c.type);
-        if (c.type == JSON_NODE_OBJECT) {
+        json_node_init(node, type);
+        if (type == JSON_NODE_OBJECT) {
             EXPECT_EQ(json_node_get_object(node), nullptr);
-        } else if (c.type == JSON_NODE_ARRAY) {
+        } else if (type == JSON_NODE_ARRAY) {
             EXPECT_EQ(json_node_get_array(node), nullptr);
         } else {
             EXPECT_EQ(json_node_get_value_type(node), G_TYPE_INVALID);
@@ -71,9 +64,7 @@ TEST(JsonNodeLayout, ClearNodeLeavesANullNodeWithoutPayload) {
 }
 
 TEST(JsonNodeLayout, ClearNodeLeavesASharedNodeAlone) {
-    JsonNode* node = json_node_new(JSON_NODE_OBJECT);
-    json_node_take_object(node, json_object_new());
-    json_node_ref(node);
+    JsonNode* node = json_node_ref(WithPayload(JSON_NODE_OBJECT));
     {
         CriticalCounter criticals;
         common::json::bugfix::clear_node(node);
