@@ -15,6 +15,14 @@ double TurnEnergy(double watts) {
     return watts * 10.0 / 3600.0;
 }
 
+double Sum(int turns, double watts) {
+    double sum = 0.0;
+    for (int turn = 0; turn < turns; ++turn) {
+        sum += TurnEnergy(watts);
+    }
+    return sum;
+}
+
 std::string Report(double sum_wh, int64_t first_time) {
     char text[256];
     std::snprintf(
@@ -24,85 +32,16 @@ std::string Report(double sum_wh, int64_t first_time) {
     return text;
 }
 
-void EngineTest::SetUp() {
-    SimTest::SetUp();
+void PluginTest::SetUp() {
     tvsim::SetAppPath(tvsim::AppPath::kData, data_.path());
     tvsim::SetAppPath(tvsim::AppPath::kSharedResource, shared_.path());
     tvsim::SetModelName(std::string(kModel));
     tvsim::SetPanelType(std::string(kPanel));
     tvsim::SetSpeakerSelection(1);  // an external output: no speaker term
-    tvsim::SetPowerState(0);
     WriteFactors(row_);
     SetRegisters(kAna, 1080);
     vclock::Enable(kStart);
     vclock::SetLimitSeconds(kStart);  // the first turn runs, then the worker parks
-}
-
-void EngineTest::TearDown() {
-    vclock::Disable();
-    SimTest::TearDown();
-}
-
-void EngineTest::WriteFactors(const Row& row) {
-    char line[512];
-    // ID, 6 text columns, OD_MIN..COMPENSATE_CONSTANT (TYPE 4), CELL, MAIN, MAIN_LPM, SPEAKER.
-    std::snprintf(line, sizeof line,
-                  "7,2024,%s,%s,55,%s,LED,100,200,3,3,0,10,4,%.17g,%.17g,%.17g,1,11\n", kModel,
-                  kModel, kPanel, row.compensate, row.cell, row.main);
-    testsupport::WriteText(shared_.File("energy_factors.dat"),
-                           std::string("TEST-SET 1\n") + "8,2024,OTHER,OTHER,55," + kPanel +
-                               ",LED,1,2,3,4,5,6,4,1,1,1,1,1\n" + line);
-}
-
-void EngineTest::SetRegisters(int ana, int resolution) {
-    SetRegistersText("{\"ANA\":\"" + std::to_string(ana) +
-                     "\",\"DutySum\":\"300\",\"RESOLUTION\":\"" + std::to_string(resolution) +
-                     "\"}");
-}
-
-void EngineTest::SetRegistersText(const std::string& json) {
-    tvsim::SetVconf("memory/ave/powerconsumption", json);
-}
-
-void EngineTest::RunTo(int64_t seconds) {
-    vclock::SetLimitSeconds(kStart + seconds);
-    ASSERT_TRUE(vclock::WaitUntilParked());
-}
-
-std::vector<long> EngineTest::TurnNumbers() const {
-    static const std::regex header("^=+(-?[0-9]+)=+$");
-    std::vector<long> out;
-    for (const std::string& message : Messages(kTag)) {
-        std::smatch m;
-        if (std::regex_match(message, m, header)) {
-            out.push_back(std::strtol(m[1].str().c_str(), nullptr, 10));
-        }
-    }
-    return out;
-}
-
-std::vector<std::string> EngineTest::AccumulatedTexts() const {
-    static const std::regex total("^\\[Energy\\] Accumulated Power: (\\S+) from  UTC: .*$");
-    std::vector<std::string> out;
-    for (const std::string& message : Messages(kTag)) {
-        std::smatch m;
-        if (std::regex_match(message, m, total)) {
-            out.push_back(m[1].str());
-        }
-    }
-    return out;
-}
-
-size_t EngineTest::CountPrefix(const std::string& prefix) const {
-    size_t count = 0;
-    for (const std::string& message : Messages(kTag)) {
-        count += message.rfind(prefix, 0) == 0 ? 1 : 0;
-    }
-    return count;
-}
-
-void PluginTest::SetUp() {
-    EngineTest::SetUp();
     std::string error;
     plugin_ = wexfhost::Plugin::Load(EC_PLUGIN_PATH, &error);
     ASSERT_NE(plugin_, nullptr) << error;
@@ -115,12 +54,37 @@ void PluginTest::TearDown() {
         Destroy();
     }
     plugin_.reset();
-    EngineTest::TearDown();
 }
 
-int PluginTest::Create() {
+void PluginTest::WriteFactors(const Row& row) {
+    char line[512];
+    // ID, 6 text columns, OD_MIN..COMPENSATE_CONSTANT (TYPE 4), CELL, MAIN, MAIN_LPM, SPEAKER.
+    std::snprintf(line, sizeof line,
+                  "7,2024,%s,%s,55,%s,LED,100,200,3,3,0,10,4,%.17g,%.17g,%.17g,1,11\n", kModel,
+                  kModel, kPanel, row.compensate, row.cell, row.main);
+    testsupport::WriteText(shared_.File("energy_factors.dat"),
+                           std::string("TEST-SET 1\n") + "8,2024,OTHER,OTHER,55," + kPanel +
+                               ",LED,1,2,3,4,5,6,4,1,1,1,1,1\n" + line);
+}
+
+void PluginTest::SetRegisters(int ana, int resolution) {
+    tvsim::SetVconf("memory/ave/powerconsumption", "{\"ANA\":\"" + std::to_string(ana) +
+                                                       "\",\"DutySum\":\"300\",\"RESOLUTION\":\"" +
+                                                       std::to_string(resolution) + "\"}");
+}
+
+void PluginTest::RunTo(int64_t seconds) {
+    vclock::SetLimitSeconds(kStart + seconds);
+    ASSERT_TRUE(vclock::WaitUntilParked());
+}
+
+int PluginTest::Create(bool keep_ready) {
     created_ = true;
-    return plugin_->Create();
+    const int result = plugin_->Create();
+    if (!keep_ready) {
+        Status("corvane", WEXF_PROTOCOL_STATUS_DISCONNECTED);
+    }
+    return result;
 }
 
 int PluginTest::Destroy() {
@@ -141,6 +105,41 @@ std::vector<std::string> PluginTest::Reports() const {
         out.push_back(n.json);
     }
     return out;
+}
+
+std::vector<long> PluginTest::TurnNumbers() const {
+    static const std::regex header("^=+(-?[0-9]+)=+$");
+    std::vector<long> out;
+    for (const std::string& message : Messages(kTag)) {
+        std::smatch m;
+        if (std::regex_match(message, m, header)) {
+            out.push_back(std::strtol(m[1].str().c_str(), nullptr, 10));
+        }
+    }
+    for (size_t i = out.size(); i-- > 0;) {
+        out[i] -= out[0];
+    }
+    return out;
+}
+
+std::vector<std::string> PluginTest::AccumulatedTexts() const {
+    static const std::regex total("^\\[Energy\\] Accumulated Power: (\\S+) from  UTC: .*$");
+    std::vector<std::string> out;
+    for (const std::string& message : Messages(kTag)) {
+        std::smatch m;
+        if (std::regex_match(message, m, total)) {
+            out.push_back(m[1].str());
+        }
+    }
+    return out;
+}
+
+size_t PluginTest::CountPrefix(const std::string& prefix) const {
+    size_t count = 0;
+    for (const std::string& message : Messages(kTag)) {
+        count += message.rfind(prefix, 0) == 0 ? 1 : 0;
+    }
+    return count;
 }
 
 }  // namespace enginetest

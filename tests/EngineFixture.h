@@ -1,5 +1,6 @@
-// Fixtures for the metering engine and the plug-in: a simulated TV with a small factor data
-// set, picture-engine registers and the virtual clock, so that hours of metering run at once.
+// Fixtures for the metering engine inside the real plug-in: a simulated TV with a small factor
+// data set, picture-engine registers and the virtual clock, so that hours of metering run at
+// once; the plug-in is loaded with dlopen by the framework host.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +9,6 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "VirtualClock.h"
 
 namespace enginetest {
 
@@ -34,24 +34,32 @@ struct Row {
 double Watts(const Row& row, int ana, int resolution);
 // Energy of one 10-second turn, in Wh.
 double TurnEnergy(double watts);
+// Sum of `turns` turns at `watts`, added turn by turn as the meter does.
+double Sum(int turns, double watts);
 // The running-total report for this sum and first time stamp.
 std::string Report(double sum_wh, int64_t first_time);
 
-class EngineTest : public testsupport::SimTest {
+class PluginTest : public testsupport::SimTest {
   protected:
     void SetUp() override;
     void TearDown() override;
 
     void WriteFactors(const Row& row);
     void SetRegisters(int ana, int resolution);
-    void SetRegistersText(const std::string& json);
 
     // Lets the worker run the turn due `seconds` after the start and park right after it.
     void RunTo(int64_t seconds);
-    // Lets the worker run turns up to number `n` (counted from 1 since the start) and park.
-    void RunTurns(int64_t n) { RunTo((n - 1) * kTurn); }
 
-    // The counter printed in each turn's header line, in order.
+    // The plug-in's entry points. The ready flag outlives a Destroy, so Create reports the
+    // protocol disconnected unless `keep_ready`: each test starts not ready.
+    int Create(bool keep_ready = false);
+    int Destroy();
+    bool Status(const std::string& protocol, int status);
+    bool Ready(int status = 0) { return Status("corvane", status); }
+    std::vector<std::string> Reports() const;
+
+    // The counter printed in each turn's header line, relative to the first one of the test
+    // (the counter runs on over the whole process).
     std::vector<long> TurnNumbers() const;
     // The accumulated energy printed at the end of each successful turn, as text.
     std::vector<std::string> AccumulatedTexts() const;
@@ -61,20 +69,6 @@ class EngineTest : public testsupport::SimTest {
     Row row_;
     testsupport::TempDir data_;
     testsupport::TempDir shared_;
-};
-
-// The real plug-in, loaded with dlopen by the framework host.
-class PluginTest : public EngineTest {
-  protected:
-    void SetUp() override;
-    void TearDown() override;
-
-    int Create();
-    int Destroy();
-    bool Status(const std::string& protocol, int status);
-    bool Ready(int status = 0) { return Status("corvane", status); }
-    std::vector<std::string> Reports() const;
-
     std::unique_ptr<wexfhost::Plugin> plugin_;
     bool created_ = false;  // Create called and not yet followed by Destroy
 };

@@ -1,6 +1,7 @@
-// Round trip: for documents json-glib accepts, the compact text of a parse parses again to an
-// equal document, serialisation is stable, and a deep copy equals (and prints as) its source.
-// Checked over a seeded set of generated documents and over the documents in tests/data/json.
+// Round trip and differential test of the serialiser: over a seeded set of generated documents
+// and the documents in tests/data/json, the compact text of a parse parses again to an equal
+// document and prints the same, a deep copy equals and prints as its source, and the text is
+// json-glib's own wherever json-glib's text is JSON.
 #include <dirent.h>
 
 #include <algorithm>
@@ -217,26 +218,6 @@ class DocumentGenerator {
     std::mt19937_64 rng64_{rng_()};
 };
 
-// Checks the round-trip properties of one document text and returns the first parse.
-void ExpectRoundTrip(const std::string& text, const std::string& label) {
-    SCOPED_TRACE(label);
-    const JsonValue first = JsonValue::Create(text);
-    ASSERT_FALSE(first.isNull()) << "not accepted: " << text;
-
-    const std::string compact = first.toString(false);
-    const JsonValue second = JsonValue::Create(compact);
-    EXPECT_TRUE(second == first) << text << "\n -> " << compact;
-    EXPECT_EQ(second.toString(false), compact);  // serialisation is stable
-    EXPECT_TRUE(JsonValue::Create(first.toString(true)) == first);
-
-    const JsonValue copy(first);
-    EXPECT_TRUE(copy == first);
-    EXPECT_EQ(copy.toString(false), compact);  // the copy keeps member order too
-    JsonValue assigned(JsonType::Array);
-    assigned = first;
-    EXPECT_TRUE(assigned == first);
-}
-
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
@@ -244,99 +225,73 @@ std::string ReadFile(const std::string& path) {
     return text.str();
 }
 
-std::vector<std::string> DataFiles() {
+std::vector<std::string> Documents() {
+    std::vector<std::string> texts;
+    DocumentGenerator generator(20240611u);
+    for (int i = 0; i < 1200; ++i) {
+        texts.push_back(generator.Document());
+    }
     const std::string dir = std::string(EC_SOURCE_DIR) + "/tests/data/json";
-    std::vector<std::string> files;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(d)) {
-            const std::string name = entry->d_name;
-            if (name.size() > 5 && name.compare(name.size() - 5, 5, ".json") == 0) {
-                files.push_back(dir + "/" + name);
-            }
+    DIR* d = opendir(dir.c_str());
+    while (dirent* entry = d != nullptr ? readdir(d) : nullptr) {
+        const std::string name = entry->d_name;
+        if (name.size() > 5 && name.compare(name.size() - 5, 5, ".json") == 0) {
+            texts.push_back(ReadFile(dir + "/" + name));
         }
+    }
+    if (d != nullptr) {
         closedir(d);
     }
-    return files;
+    return texts;
 }
 
 }  // namespace
 
-TEST(JsonRoundTrip, GeneratedDocuments) {
-    DocumentGenerator generator(20240611u);
-    for (int i = 0; i < 1500; ++i) {
-        ExpectRoundTrip(generator.Document(), "document " + std::to_string(i));
-        if (HasFatalFailure()) {
-            return;
+TEST(JsonRoundTrip, DocumentsSurviveTheTripAndMatchJsonGlib) {
+    std::vector<std::string> texts = Documents();
+    ASSERT_GE(texts.size(), 1205u) << "tests/data/json is missing";
+    for (const char* scalar : {"0", "-0", "-9223372036854775808", "9223372036854775807", "1.0",
+                               "-0.0", "5e-324", "\"\\ud83d\\udcfa\"", "true", "false"}) {
+        texts.push_back(scalar);
+    }
+    size_t compared = 0;
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(text.substr(0, 200));
+        const JsonValue first = JsonValue::Create(text);
+        ASSERT_FALSE(first.isNull()) << "not accepted";
+        const std::string compact = first.toString(false);
+        const JsonValue second = JsonValue::Create(compact);
+        EXPECT_TRUE(second == first) << compact;
+        EXPECT_EQ(second.toString(false), compact);
+        EXPECT_TRUE(JsonValue::Create(first.toString(true)) == first);
+        const JsonValue copy(first);
+        EXPECT_EQ(copy.toString(false), compact);  // the copy keeps member order too
+        JsonValue assigned(JsonType::Array);
+        assigned = first;
+        EXPECT_TRUE(assigned == first);
+
+        ParserPtr parser(json_parser_new());
+        ASSERT_TRUE(json_parser_load_from_data(parser.get(), text.c_str(), -1, nullptr));
+        for (const bool pretty : {false, true}) {
+            GCharPtr glib(json_to_string(json_parser_get_root(parser.get()), pretty));
+            const std::string glib_text = glib.get();
+            ParserPtr again(json_parser_new());
+            if (glib_text.find('\x1f') != std::string::npos ||
+                !json_parser_load_from_data(again.get(), glib.get(), -1, nullptr)) {
+                continue;  // json-glib's own text is not JSON here
+            }
+            EXPECT_EQ(first.toString(pretty), glib_text);
+            ++compared;
         }
     }
-}
-
-TEST(JsonRoundTrip, ScalarRoots) {
-    for (const char* text : {"0", "-0", "-9223372036854775808", "9223372036854775807", "1.0",
-                             "-0.0", "5e-324", "\"\\ud83d\\udcfa\"", "true", "false"}) {
-        ExpectRoundTrip(text, text);
-    }
-    EXPECT_TRUE(JsonValue::Create("null") == JsonValue::Create("null"));
-}
-
-TEST(JsonRoundTrip, RealisticDocuments) {
-    const std::vector<std::string> files = DataFiles();
-    ASSERT_GE(files.size(), 5u) << "tests/data/json is missing";
-    for (const std::string& file : files) {
-        ExpectRoundTrip(ReadFile(file), file);
-    }
-}
-
-TEST(JsonRoundTrip, PictureEnginePayloadReadsAsThePlugInReadsIt) {
-    const JsonValue engine = JsonValue::Create(
-        ReadFile(std::string(EC_SOURCE_DIR) + "/tests/data/json/picture_engine.json"));
-    const char* const names[] = {"ANA", "DutySum", "APL", "BLOSD", "RESOLUTION",
-                                 "PC",  "HDR",     "IDS", "TEMP"};
-    const long expected[] = {512, 300, 128, 0, 2160, 0, 1, 3, 41};
-    for (int i = 0; i < 9; ++i) {
-        ASSERT_TRUE(engine.isMember(names[i])) << names[i];
-        EXPECT_EQ(std::strtol(engine[names[i]].asString().c_str(), nullptr, 10), expected[i]);
-    }
+    EXPECT_GT(compared, texts.size());  // most documents take part, in both layouts
 }
 
 TEST(JsonRoundTrip, OverflowingNumbers) {
     // json-glib parses an overflowing double as infinity, which JSON cannot carry: it is
     // written as null, so that one value does not survive the trip but the text stays JSON.
-    const JsonValue inf = JsonValue::Create("[1e999,-1e999]");
-    EXPECT_EQ(inf.toString(false), "[null,null]");
+    EXPECT_EQ(JsonValue::Create("[1e999,-1e999]").toString(false), "[null,null]");
     // Integers beyond int64 wrap while parsing and then round-trip as the wrapped value.
     const JsonValue wrapped = JsonValue::Create("[9223372036854775808]");
     EXPECT_TRUE(JsonValue::Create(wrapped.toString(false)) == wrapped);
-}
-
-TEST(JsonRoundTrip, TextIsJsonGlibsWhereverThatIsJson) {
-    DocumentGenerator generator(7u);
-    std::vector<std::string> texts;
-    for (int i = 0; i < 800; ++i) {
-        texts.push_back(generator.Document());
-    }
-    for (const std::string& file : DataFiles()) {
-        texts.push_back(ReadFile(file));
-    }
-    size_t compared = 0;
-    for (const std::string& text : texts) {
-        const JsonValue value = JsonValue::Create(text);
-        ParserPtr parser(json_parser_new());
-        ASSERT_TRUE(json_parser_load_from_data(parser.get(), text.c_str(), -1, nullptr));
-        JsonNode* root = json_parser_get_root(parser.get());
-        for (const bool pretty : {false, true}) {
-            GCharPtr glib(json_to_string(root, pretty));
-            ParserPtr again(json_parser_new());
-            const std::string glib_text = glib.get();
-            const bool raw_control = std::find_if(glib_text.begin(), glib_text.end(), [](char c) {
-                                         return c == '\x1f';
-                                     }) != glib_text.end();
-            if (raw_control || !json_parser_load_from_data(again.get(), glib.get(), -1, nullptr)) {
-                continue;  // json-glib's own text is not JSON here
-            }
-            EXPECT_EQ(value.toString(pretty), glib.get()) << text;
-            ++compared;
-        }
-    }
-    EXPECT_GT(compared, texts.size());  // most documents take part, in both layouts
 }

