@@ -127,26 +127,6 @@ TEST_F(CalculatorTest, EveryStateForEveryBacklightType) {
     }
 }
 
-TEST_F(CalculatorTest, BacklightFullScaleExamples) {
-    // OD 100..200, ANA and DutySum at full scale, VF 3, BLOCK 10: current 0.2 A, 3 V.
-    const struct {
-        const char* type;
-        int duty_sum;
-        double expected;
-    } rows[] = {{"0", 1023, 6.3}, {"1", 4095, 6.3}, {"2", 4095, 13.0}, {"3", 4095, 6.72}};
-    for (const auto& r : rows) {
-        Factors f;
-        f.type = r.type, f.od_min = "100", f.od_max = "200", f.vf_min = f.vf_max = "3";
-        f.alpha = "0", f.block = "10", f.cell = f.main = "0";
-        WriteRow(f);
-        Calculator calc;
-        ASSERT_TRUE(calc.Init());
-        Picture(1023, r.duty_sum, 1080);
-        Set(2, 1);
-        EXPECT_DOUBLE_EQ(Watts(calc), r.expected) << r.type;
-    }
-}
-
 TEST_F(CalculatorTest, SpeakerCurveInPictureOff) {
     Factors f;
     f.type = "5";

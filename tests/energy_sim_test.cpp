@@ -73,14 +73,11 @@ TEST(EnergySimCliTest, BadInputIsNamedInOneLine) {
         std::string profile;  // written to p.json and passed with --profile when not empty
     } rows[] = {
         {{"--frobnicate"}, "energy-sim: unknown option '--frobnicate' for run (see --help)\n", ""},
-        {{"--duration"}, "--duration", ""},
         {{"--duration", "soon"}, "bad --duration 'soon'", ""},
-        {{"--duration", "1h30"}, "bad --duration '1h30'", ""},
         {{"--duration", "100000d"}, "energy-sim: --duration is longer than 366 days\n", ""},
         {{"--start", "2105-12-31T00:00:00Z", "--duration", "60d"}, "past 32-bit time stamps", ""},
         {{"--plugin", "/nonexistent/libenergy.so"}, "No such file or directory", ""},
         {{"--plugin", dir.File("lib.so")}, "invalid ELF header", ""},
-        {{"--profile", dir.File("absent.json")}, "cannot read profile", ""},
         {{"--scenario", dir.File("s.txt")},
          dir.File("s.txt") + ":4: volume takes a whole number from 0 to 100\n",
          ""},
@@ -88,17 +85,8 @@ TEST(EnergySimCliTest, BadInputIsNamedInOneLine) {
          ":2: time goes back (entries must be in time order)",
          ""},
         {{}, "field \"volume\": must be between 0 and 100", "{\"volume\": 101}"},
-        {{}, "field \"volume\": must be a whole number", "{\"volume\": \"loud\"}"},
-        {{}, "field \"model\": must be a string", "{\"model\": 5}"},
-        {{},
-         "field \"picture.ANA\": must be a whole number or a string",
-         "{\"picture\": {\"ANA\": true}}"},
         {{}, "field \"picture.GAMMA\": unknown register", "{\"picture\": {\"GAMMA\": 1}}"},
-        {{},
-         "field \"powerState\": must be one of on, picture-off",
-         "{\"powerState\": \"asleep\"}"},
         {{}, "field \"colour\": unknown field", "{\"colour\": \"red\"}"},
-        {{}, "not a JSON object", "[1,2]"},
         {{}, "not valid JSON", "{not json"},
     };
     for (const auto& r : rows) {

@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <ctime>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -112,23 +111,6 @@ TEST_F(PluginTest, ProtocolStatusDecidesWhichReportsAreSent) {
         }
         EXPECT_EQ(Destroy(), 1);
     }
-}
-
-TEST_F(PluginTest, ReportSumsTheTurnsAsThePictureChanges) {
-    ASSERT_EQ(Create(), 1);
-    ASSERT_TRUE(Ready());
-    RunTo(440);  // 45 turns at one picture level, then 46 at another
-    SetRegisters(300, 2160);
-    RunTo(890);
-    EXPECT_EQ(wexfhost::NotificationCount(), 0u);
-    RunTo(900);
-    double sum = 0.0;
-    for (int turn = 0; turn < 91; ++turn) {
-        sum += TurnEnergy(turn < 45 ? kWatts : Watts(row_, 300, 2160));
-    }
-    EXPECT_EQ(Reports(), std::vector<std::string>{Report(sum, kStart)});
-    EXPECT_EQ(TurnNumbers().size(), 91u);
-    EXPECT_EQ(Destroy(), 1);
 }
 
 TEST_F(PluginTest, ImplausiblePowerCountsAsZeroButIsStillQueuedAndNegativePowerCounts) {
@@ -356,42 +338,6 @@ TEST_F(PluginTest, StopDuringATurnWaitsForTheFullWait) {
     EXPECT_TRUE(destroyed);
     EXPECT_EQ(vclock::NowSeconds(), kStart + 20);
     EXPECT_EQ(TurnNumbers(), (std::vector<long>{0, 1}));
-}
-
-// Nobody controls the clock here: the library runs on the real one.
-TEST_F(PluginTest, OnTheRealClockAStopDuringTheWaitIsPromptToo) {
-    vclock::Disable();
-    std::mutex m;
-    std::condition_variable cv;
-    bool turn_done = false;
-    tvsim::SetLogObserver([&](const tvsim::LogLine& line) {
-        if (line.Message().rfind("[Energy]      From Time: ", 0) == 0) {
-            std::lock_guard<std::mutex> lock(m);
-            turn_done = true;
-            cv.notify_all();
-        }
-    });
-    const std::time_t now = std::time(nullptr);
-    ASSERT_EQ(Create(), 1);
-    {
-        std::unique_lock<std::mutex> lock(m);
-        ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(5), [&] { return turn_done; }));
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // into the 10 s wait
-    const int64_t before = RealMillis();
-    EXPECT_EQ(Destroy(), 1);
-    EXPECT_LT(RealMillis() - before, 2000);
-    tvsim::SetLogObserver(nullptr);
-    EXPECT_EQ(TurnNumbers(), std::vector<long>{0});
-    std::tm utc{};
-    gmtime_r(&now, &utc);
-    const std::string year = "UTC: " + std::to_string(utc.tm_year + 1900) + "-";
-    bool stamped = false;
-    for (const std::string& message : Messages(kTag)) {
-        stamped = stamped || (message.rfind("[Energy] Accumulated Power: ", 0) == 0 &&
-                              message.find(year) != std::string::npos);
-    }
-    EXPECT_TRUE(stamped) << "expected a real date with " << year;
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "DataFile.h"
 #include "PowerLogQueue.h"
 #include "PowerLogTestSupport.h"
 #include "SimplePowerLogQueue.h"
@@ -352,41 +351,6 @@ TEST_F(PowerLogTest, FailingStorageKeepsBlocksInMemory) {
     Interval(queue, kT0, 0.5);
     Interval(queue, kT0 + 30, 0.5);
     EXPECT_EQ(tvsim::CountLogged(DLOG_ERROR, kEnergy, "the data file is not opened", mark), 2u);
-}
-
-TEST_F(PowerLogTest, DataFileReportsEachFailureWithItsMessage) {
-    auto error_of = [](const std::function<void()>& f) {
-        try {
-            f();
-        } catch (const std::runtime_error& e) {
-            return std::string(e.what());
-        }
-        return std::string("none");
-    };
-    char buffer[16] = {};
-    powermeter::DataFile file;
-    EXPECT_FALSE(file.IsExist());
-    for (const auto& call : std::vector<std::function<void()>>{
-             [&] { file.Open(false); }, [&] { file.Read(buffer, 4); },
-             [&] { file.Write(buffer, 4); }, [&] { file.SeekToEnd(); },
-             [&] { file.SeekFromBeg(0); }}) {
-        EXPECT_EQ(error_of(call), "the data file is not opened");
-    }
-    file.Open(true);
-    EXPECT_EQ(ReadBytes(LogPath()), (Bytes{0, 0, 0, 0}));
-    file.SeekToEnd();
-    file.Write(const_cast<char*>("abcd"), 4);
-    file.Close();
-    file.Close();  // closing twice is harmless
-    file.Open(false);
-    EXPECT_EQ(ReadBytes(LogPath()), (Bytes{0, 0, 0, 0, 'a', 'b', 'c', 'd'}));
-    file.SeekFromBeg(6);
-    EXPECT_EQ(error_of([&] { file.Read(buffer, 4); }), "failed to read data from the data file");
-    file.Remove();
-    EXPECT_FALSE(file.IsExist());
-    tvsim::SetAppPath(tvsim::AppPath::kData, dir_.File("nowhere/"));
-    EXPECT_EQ(error_of([] { powermeter::DataFile().Open(true); }),
-              "failed to create the date file");
 }
 
 // ---- The running total ----
