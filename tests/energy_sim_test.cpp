@@ -226,8 +226,8 @@ TEST(EnergySimRunTest, ShippedProfilesScenariosAndTheCheck) {
         EXPECT_EQ(Lines(r.out), 1) << p << r.err;
     }
     for (const char* s : {"typical-day", "bright-film", "evening-with-faults"}) {
-        const Result r = RunSim(
-            {"--scenario", Data(std::string("scenarios/") + s + ".txt"), "--log-level", "none"});
+        const Result r = RunSim({"--scenario", Data(std::string("scenarios/") + s + ".txt"),
+                                 "--duration", "1h", "--log-level", "none"});
         EXPECT_EQ(r.status, 0) << s << r.err;
     }
     Result r = RunSim({"check", "--profile", Data("devices/china-region.json")});

@@ -229,20 +229,6 @@ TEST_F(FactorsTest, LoaderSelection) {
     EXPECT_EQ(out.Components(powermeter::SPEAKER), 0.0);
 }
 
-TEST_F(FactorsTest, SampleDataSetSelections) {
-    tvsim::SetAppPath(tvsim::AppPath::kSharedResource, std::string(EC_SOURCE_DIR) + "/data/");
-    EXPECT_EQ(Select("VP43UA2X01", "24_LUMA_UHD_43"), 101);
-    EXPECT_EQ(Select("VP55UA7X01", "24_QUASAR_55"), 104);  // equal beats the similar 103
-    EXPECT_EQ(Select("VP55UA9X07", "24_QUASAR_55"), 103);  // similar to 103 and 104: first
-    EXPECT_EQ(Select("VQ55UB2X03", "24_QUASAR_55"), 105);
-    EXPECT_EQ(Select("CS65QB9K07", "24_QUASAR_65"), 107);
-    EXPECT_EQ(Select("MC75MA0M01", "24_MICRA_75"), 111);
-    // The 18-token, 20-token, empty-column and short-panel rows are never selected.
-    for (const char* panel : {"VP43UC2X01", "VP43UD2X01", "VP43UE2X01", "VP43UF2X01"}) {
-        EXPECT_EQ(Select(panel, "24_LUMA_UHD_43"), -1) << panel;
-    }
-}
-
 // One scenario per path, the loader's lines compared as a whole.
 TEST_F(FactorsTest, LoaderCatalogue) {
     WriteData({Row(4, "24_SW_55", "AB12CD3EF0"), Row(5, "24_SW_55", "AB77CD7EF0")});
