@@ -134,20 +134,24 @@ TEST_F(CalculatorTest, SpeakerCurveInPictureOff) {
     Calculator calc;
     ASSERT_TRUE(calc.Init());
     const struct {
-        int volume, speaker, error;
+        int volume, speaker;
+        tvsim::Call failing;
         double term;
-    } rows[] = {{100, 0, 0, 10.0},
-                {50, 0, 0, std::sqrt(11.0) - 1.0},
-                {0, 0, 0, 0.0},
-                {100, 1, 0, 0.0},  // an external output: volume taken as 0
-                {100, 0, -38, 0.0}};
+    } rows[] = {{100, 0, tvsim::Call::kDlogPrint, 10.0},
+                {50, 0, tvsim::Call::kDlogPrint, std::sqrt(11.0) - 1.0},
+                {0, 0, tvsim::Call::kDlogPrint, 0.0},
+                {100, 2, tvsim::Call::kDlogPrint, 0.0},  // an external output: volume taken as 0
+                {100, 0, tvsim::Call::kSoundGetSpeakerSelection, 0.0},
+                {100, 0, tvsim::Call::kSoundGetTvMasterVolume, 0.0}};
     for (const auto& r : rows) {
         Set(1, 0, r.volume, r.speaker);
-        if (r.error != 0) {
-            tvsim::FailCall(tvsim::Call::kSoundGetTvMasterVolume, r.error);
+        tvsim::ClearAllFailures();
+        if (r.failing != tvsim::Call::kDlogPrint) {
+            tvsim::FailCall(r.failing, -38);
         }
-        EXPECT_EQ(Watts(calc), 35.0 + r.term) << r.volume << " " << r.speaker << " " << r.error;
+        EXPECT_EQ(Watts(calc), 35.0 + r.term) << r.volume << " " << r.speaker;
     }
+    EXPECT_EQ(CountLogged(DLOG_ERROR, kEnergy, "[Energy] failed to get the master volme"), 1u);
 }
 
 TEST_F(CalculatorTest, FailuresKeepThePreviousResult) {
