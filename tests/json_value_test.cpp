@@ -465,10 +465,6 @@ TEST(JsonSerialise, TextForms) {
     EXPECT_EQ(daily.toString(false),
               "{\"dailyPowerConsumption\":[{\"start\":4294967295,\"end\":0,"
               "\"deltaEnergy\":0.25,\"power\":0}]}");
-    EXPECT_EQ(daily.toString(true),
-              "{\n  \"dailyPowerConsumption\" : [\n    {\n      \"start\" : 4294967295,\n"
-              "      \"end\" : 0,\n      \"deltaEnergy\" : 0.25,\n      \"power\" : 0\n    }\n"
-              "  ]\n}");
     const struct {
         JsonValue value;
         const char* text;

@@ -130,23 +130,11 @@ TEST_F(PlatformInputsTest, PowerStatusTable) {
 // Each row: the platform's answer set up, the getter, its result; the lines of the support
 // library are compared as one catalogue at the end.
 TEST_F(PlatformInputsTest, ApplicationAndSystemInformation) {
-    using tvsim::AppPath;
     const struct {
         std::function<void()> setup;
         std::function<std::string()> get;
         std::string result;
     } rows[] = {
-        {[] { tvsim::SetAppPath(AppPath::kData, "/data/"); }, AppInfoUtil::GetDataPath, "/data/"},
-        {[] { tvsim::SetAppPath(AppPath::kSharedResource, "/res"); },
-         AppInfoUtil::GetSharedResourcePath, "/res"},
-        {[] { tvsim::SetAppPath(AppPath::kSharedData, "/sd/"); }, AppInfoUtil::GetSharedDataPath,
-         "/sd/"},
-        {[] { tvsim::SetAppPath(AppPath::kResource, "/r/"); }, AppInfoUtil::GetResourcePath, "/r/"},
-        {[] { tvsim::SetAppId("com.veltrix.x"); }, AppInfoUtil::GetId, "com.veltrix.x"},
-        {[] { tvsim::FailCall(tvsim::Call::kAppGetId, -22); }, AppInfoUtil::GetId, ""},
-        {[] { tvsim::FailCall(tvsim::Call::kAppGetSharedResourcePath, -1); },
-         AppInfoUtil::GetSharedResourcePath, ""},
-        {[] { tvsim::SetAppVersion("6.2.1"); }, AppInfoUtil::GetAppVersion, "6.2.1"},
         {[] { tvsim::FailCall(tvsim::Call::kAppGetVersion, -22); }, AppInfoUtil::GetAppVersion, ""},
         {[] { tvsim::SetPackageRootPath("pkg", tvsim::Text::Of("/apps/pkg")); },
          [] { return AppInfoUtil::GetRootPath("pkg"); }, "/apps/pkg"},
