@@ -118,7 +118,9 @@ TEST_F(PowerLogCrashTest, KilledWriterLeavesLastOrPreviousWriteOrAReset) {
     uint32_t next = 0;
     int runs = 0, as_last = 0, as_previous = 0, resets = 0, mid_stream = 0;
     const auto begin = std::chrono::steady_clock::now();
-    while (runs < 150 && std::chrono::steady_clock::now() - begin < std::chrono::seconds(10)) {
+    // At least 60 kills however slow the machine, up to 150 while time allows.
+    while (runs < 60 ||
+           (runs < 150 && std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))) {
         ++runs;
         int fds[2];
         ASSERT_EQ(pipe(fds), 0);
@@ -210,7 +212,6 @@ TEST_F(PowerLogCrashTest, KilledWriterLeavesLastOrPreviousWriteOrAReset) {
     }
     std::printf("%d kills: %d loaded the in-flight write, %d the one before, %d reset\n", runs,
                 as_last, as_previous, resets);
-    EXPECT_GE(runs, 30);
     EXPECT_GE(mid_stream, runs / 2) << "most kills should land while writes are going on";
 }
 
