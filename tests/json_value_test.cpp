@@ -439,6 +439,19 @@ TEST(JsonSharedTree, NoStaleChildAfterTheDocumentChanges) {
     }
 }
 
+TEST(JsonSharedHandle, SetAndAppendLeaveTheSourceAFreshNull) {
+    using common::json::SharedJson;
+    SharedJson target(1LL), source(2.5);
+    target.set(std::move(source));
+    EXPECT_EQ(target.get_double(), 2.5);
+    EXPECT_EQ(source.type(), JsonType::Null);
+    source.set(SharedJson(true));  // still a usable handle
+    SharedJson array = SharedJson::Create("[]");
+    array.append(std::move(source));
+    EXPECT_EQ(source.type(), JsonType::Null);
+    EXPECT_EQ(array.to_string(false), "[true]");
+}
+
 class JsonParse : public testsupport::SimTest {};
 
 TEST_F(JsonParse, MalformedOrEmptyTextGivesNull) {
