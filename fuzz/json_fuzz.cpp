@@ -22,44 +22,27 @@ namespace {
 
 constexpr int kMaxDepth = 48;
 
-// Calls every conversion; range and kind failures are expected, anything else is not.
+// Calls `f`; range and kind failures are expected, anything else is not.
+template <typename F>
+void Try(F f) {
+    try {
+        (void)f();
+    } catch (const JsonException&) {
+    }
+}
+
+// Calls every conversion and predicate.
 void Convert(const JsonValue& v) {
-    try {
-        (void)v.asInt();
-    } catch (const JsonException&) {
-    }
-    try {
-        (void)v.asUInt();
-    } catch (const JsonException&) {
-    }
-    try {
-        (void)v.asInt64();
-    } catch (const JsonException&) {
-    }
-    try {
-        (void)v.asDouble();
-    } catch (const JsonException&) {
-    }
-    try {
-        (void)v.asBool();
-    } catch (const JsonException&) {
-    }
-    try {
-        (void)v.asString();
-    } catch (const JsonException&) {
-    }
+    Try([&] { return v.asInt(); });
+    Try([&] { return v.asUInt(); });
+    Try([&] { return v.asInt64(); });
+    Try([&] { return v.asDouble(); });
+    Try([&] { return v.asBool(); });
+    Try([&] { return v.asString(); });
     for (int t = 0; t <= 7; ++t) {
-        try {
-            (void)v.isConvertibleTo(static_cast<JsonType>(t));
-        } catch (const JsonException&) {
-        }
+        Try([&] { return v.isConvertibleTo(static_cast<JsonType>(t)); });
     }
-    (void)v.isNull();
-    (void)v.isBool();
-    (void)v.isString();
-    (void)v.isInt();
-    (void)v.isDouble();
-    (void)v.empty();
+    (void)(v.isNull() + v.isBool() + v.isString() + v.isInt() + v.isDouble() + v.empty());
 }
 
 // Reads the whole tree through const access. Returns false when it holds what JSON text

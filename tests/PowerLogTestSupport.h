@@ -1,5 +1,4 @@
-// Helpers shared by the block-log tests: a data directory for the simulated app, the option
-// file, and energy_log.dat images built byte by byte.
+// energy_log.dat images built record by record, and the block log's option file.
 #pragma once
 
 #include <sys/stat.h>
@@ -21,26 +20,25 @@ struct Block {
     }
 };
 
-inline std::vector<uint8_t> Record(const Block& b) {
-    std::vector<uint8_t> out;
-    testsupport::PutU32(out, b.start);
-    testsupport::PutU32(out, b.end);
-    testsupport::PutF64(out, b.power);
-    return out;
-}
-
-// count, then the records; the count may disagree with the records on purpose.
-inline std::vector<uint8_t> LogImage(int32_t count, const std::vector<Block>& blocks) {
-    std::vector<uint8_t> out;
+// The count, then the records; the count may disagree with the records on purpose.
+inline testsupport::Bytes LogImage(int32_t count, const std::vector<Block>& blocks) {
+    testsupport::Bytes out;
     testsupport::PutU32(out, static_cast<uint32_t>(count));
     for (const Block& b : blocks) {
-        auto r = Record(b);
-        out.insert(out.end(), r.begin(), r.end());
+        testsupport::PutU32(out, b.start);
+        testsupport::PutU32(out, b.end);
+        testsupport::PutF64(out, b.power);
     }
     return out;
 }
 
-inline std::vector<uint8_t> LogImage(const std::vector<Block>& blocks) {
+// One record's 16 bytes, as the log file holds it.
+inline testsupport::Bytes Record(const Block& b) {
+    const testsupport::Bytes image = LogImage(0, {b});
+    return testsupport::Bytes(image.begin() + 4, image.end());
+}
+
+inline testsupport::Bytes LogImage(const std::vector<Block>& blocks) {
     return LogImage(static_cast<int32_t>(blocks.size()), blocks);
 }
 

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -12,21 +11,21 @@
 
 namespace testsupport {
 
-std::vector<uint8_t> ReadBytes(const std::string& path) {
+Bytes ReadBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         throw std::runtime_error("cannot read " + path);
     }
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+    return Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
 std::string ReadText(const std::string& path) {
-    auto bytes = ReadBytes(path);
+    const Bytes bytes = ReadBytes(path);
     return std::string(bytes.begin(), bytes.end());
 }
 
-void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+static void Write(const std::string& path, const Bytes& bytes, std::ios::openmode mode) {
+    std::ofstream out(path, std::ios::binary | mode);
     out.write(reinterpret_cast<const char*>(bytes.data()),
               static_cast<std::streamsize>(bytes.size()));
     if (!out) {
@@ -34,16 +33,17 @@ void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
     }
 }
 
+void WriteBytes(const std::string& path, const Bytes& bytes) {
+    Write(path, bytes, std::ios::trunc);
+}
+
 void WriteText(const std::string& path, const std::string& text) {
-    WriteBytes(path, std::vector<uint8_t>(text.begin(), text.end()));
+    WriteBytes(path, Bytes(text.begin(), text.end()));
 }
 
 void FlipByte(const std::string& path, size_t offset, uint8_t mask) {
-    auto bytes = ReadBytes(path);
-    if (offset >= bytes.size()) {
-        throw std::out_of_range("FlipByte offset past the end of " + path);
-    }
-    bytes[offset] ^= mask;
+    Bytes bytes = ReadBytes(path);
+    bytes.at(offset) ^= mask;
     WriteBytes(path, bytes);
 }
 
@@ -53,10 +53,8 @@ void CutTo(const std::string& path, size_t size) {
     }
 }
 
-void PlantTrailing(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::app);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
+void PlantTrailing(const std::string& path, const Bytes& bytes) {
+    Write(path, bytes, std::ios::app);
 }
 
 bool Exists(const std::string& path) {
@@ -64,32 +62,31 @@ bool Exists(const std::string& path) {
     return lstat(path.c_str(), &st) == 0;
 }
 
-void PutU32(std::vector<uint8_t>& out, uint32_t v) {
+void PutU32(Bytes& out, uint32_t v) {
     for (int i = 0; i < 4; ++i) {
         out.push_back(static_cast<uint8_t>(v >> (8 * i)));
     }
 }
 
-void PutF64(std::vector<uint8_t>& out, double v) {
+void PutF64(Bytes& out, double v) {
     uint64_t bits;
     std::memcpy(&bits, &v, sizeof bits);
-    for (int i = 0; i < 8; ++i) {
-        out.push_back(static_cast<uint8_t>(bits >> (8 * i)));
-    }
+    PutU32(out, static_cast<uint32_t>(bits));
+    PutU32(out, static_cast<uint32_t>(bits >> 32));
 }
 
-void SimTest::SetUp() {
+void CleanWorld::Reset() {
+    // Enabling restarts the count of virtual waits; disabling releases any parked wait.
+    vclock::Enable(0);
+    vclock::Disable();
     tvsim::Reset();
     tvsim::SetLogEcho(false);
     tvsim::SetLogObserver(nullptr);
+    tvsim::SetLogRetention(200000);
     tvsim::ClearLog();
     wexfhost::Reset();
-    mark_ = tvsim::LogMark();
-}
-
-void SimTest::TearDown() {
-    tvsim::Reset();
-    wexfhost::Reset();
+    wexfhost::SetNotificationObserver(nullptr);
+    wexfhost::SetEventObserver(nullptr);
 }
 
 bool SimTest::Logged(int priority, const std::string& tag, const std::string& message) const {
@@ -106,6 +103,17 @@ std::vector<std::string> SimTest::Messages(const std::string& tag) const {
     for (const auto& line : tvsim::LinesSince(mark_)) {
         if (line.tag == tag) {
             out.push_back(line.Message());
+        }
+    }
+    return out;
+}
+
+std::vector<std::string> SimTest::Catalogue(const std::string& tag, uint64_t since) const {
+    std::vector<std::string> out;
+    for (const auto& line : tvsim::LinesSince(since)) {
+        if (line.tag == tag) {
+            out.push_back(std::string(1, tvsim::PriorityName(line.priority)[0]) + " " +
+                          line.Message());
         }
     }
     return out;

@@ -26,6 +26,8 @@ class BlockModePluginTest : public PluginTest {
         return sum;
     }
     std::string LogPath() const { return data_.File("energy_log.dat"); }
+    // Lets the worker run `n` turns from the start and park.
+    void RunTurns(int64_t n) { RunTo((n - 1) * kTurn); }
 };
 
 // The block log's defaults: a 15-minute write interval, one-hour blocks, a report per day.

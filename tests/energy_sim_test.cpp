@@ -1,148 +1,21 @@
-// energy-sim, run as a separate process: bad input, the reports of a known day computed
-// independently from the factor row, and the summary's accounting. Also its parsers.
+// energy-sim, run as a separate process: the reports of a known day computed independently
+// from the factor row, the summary's accounting, the availability check and bad input.
 #include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 
-#include "Profile.h"
-#include "Scenario.h"
 #include "SharedJson.h"
 #include "SimProcess.h"
 #include "TestSupport.h"
 
 namespace {
 
-using testsupport::TempDir;
-
 using simtest::Data;
 using simtest::Lines;
 using simtest::Result;
 using simtest::RunSim;
-
-// ---- bad input: exit status 2 and one line naming what is wrong ----
-
-TEST(EnergySimCliTest, UnknownOptionAndHelp) {
-    Result r = RunSim({"--frobnicate"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err, "energy-sim: unknown option '--frobnicate' for run (see --help)\n");
-    r = RunSim({"--help"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_NE(r.out.find("--scenario FILE"), std::string::npos);
-    r = RunSim({"--duration"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(Lines(r.err), 1);
-    r = RunSim({"--duration", "100000d"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err, "energy-sim: --duration is longer than 366 days\n");
-    r = RunSim({"--start", "2105-12-31T00:00:00Z", "--duration", "60d"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("past 32-bit time stamps"), std::string::npos) << r.err;
-    r = RunSim({"--duration", "soon"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("bad --duration 'soon'"), std::string::npos);
-}
-
-TEST(EnergySimCliTest, MissingOrUnloadablePlugin) {
-    Result r = RunSim({"--plugin", "/nonexistent/libenergy.so", "--duration", "1m"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(Lines(r.err), 1);
-    EXPECT_NE(r.err.find("No such file or directory"), std::string::npos) << r.err;
-    TempDir dir;
-    testsupport::WriteText(dir.File("lib.so"), std::string(4096, 'z'));
-    r = RunSim({"--plugin", dir.File("lib.so"), "--duration", "1m"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("invalid ELF header"), std::string::npos) << r.err;
-}
-
-TEST(EnergySimCliTest, BadProfilesNameTheField) {
-    TempDir dir;
-    struct Case {
-        const char* text;
-        const char* expected;
-    } cases[] = {
-        {"{\"volume\": 101}", "field \"volume\": must be between 0 and 100"},
-        {"{\"volume\": \"loud\"}", "field \"volume\": must be a whole number"},
-        {"{\"model\": 5}", "field \"model\": must be a string"},
-        {"{\"picture\": {\"ANA\": true}}",
-         "field \"picture.ANA\": must be a whole number or a string"},
-        {"{\"picture\": {\"GAMMA\": 1}}", "field \"picture.GAMMA\": unknown register"},
-        {"{\"powerState\": \"asleep\"}", "field \"powerState\": must be one of on, picture-off"},
-        {"{\"colour\": \"red\"}", "field \"colour\": unknown field"},
-        {"[1,2]", "not a JSON object"},
-        {"{not json", "not valid JSON"},
-    };
-    for (const Case& c : cases) {
-        testsupport::WriteText(dir.File("p.json"), c.text);
-        Result r = RunSim({"--profile", dir.File("p.json"), "--duration", "1m"});
-        EXPECT_EQ(r.status, 2) << c.text;
-        EXPECT_EQ(Lines(r.err), 1) << r.err;
-        EXPECT_NE(r.err.find(c.expected), std::string::npos) << c.text << " -> " << r.err;
-    }
-    Result r = RunSim({"--profile", dir.File("absent.json")});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.err.find("cannot read profile"), std::string::npos);
-}
-
-TEST(EnergySimCliTest, BadScenarioLineIsNamed) {
-    TempDir dir;
-    testsupport::WriteText(dir.File("s.txt"), "# ok\n0 power on\n\n2h volume 300\n");
-    Result r = RunSim({"--scenario", dir.File("s.txt")});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.err, "energy-sim: " + dir.File("s.txt") +
-                         ":4: volume takes a whole number from 0 to 100\n");
-}
-
-// ---- the parsers ----
-
-TEST(ScenarioParserTest, TimesCommandsAndErrors) {
-    uint64_t s = 0;
-    EXPECT_TRUE(energysim::ParseDuration("1h30m", &s));
-    EXPECT_EQ(s, 5400u);
-    EXPECT_TRUE(energysim::ParseDuration("07:05", &s));
-    EXPECT_EQ(s, 7 * 3600u + 300);
-    EXPECT_TRUE(energysim::ParseDuration("2d", &s));
-    EXPECT_EQ(s, 172800u);
-    EXPECT_TRUE(energysim::ParseDuration("45", &s));
-    EXPECT_EQ(s, 45u);
-    for (const char* bad : {"", "h", "1h30", "1x", "10:60", "1:2:3:4", "-5", "1e3"}) {
-        EXPECT_FALSE(energysim::ParseDuration(bad, &s)) << bad;
-    }
-    auto sc = energysim::ParseScenario(
-        "0 protocol corvane disconnected\n1h power standby # c\n+30m picture ANA=5 TEMP=-\n"
-        "+0 config-raw {not json\n",
-        "x");
-    ASSERT_EQ(sc.entries.size(), 4u);
-    EXPECT_TRUE(sc.SetsCorvaneAtStart());
-    EXPECT_EQ(sc.entries[2].offset, 5400u);
-    EXPECT_EQ(energysim::Describe(sc.entries[3].command), "config-raw {not json");
-    auto error_of = [](const std::string& text) {
-        try {
-            energysim::ParseScenario(text, "f");
-        } catch (const std::runtime_error& e) {
-            return std::string(e.what());
-        }
-        return std::string("no error");
-    };
-    EXPECT_EQ(error_of("2h power on\n1h power off\n"),
-              "f:2: time goes back (entries must be in time order)");
-    EXPECT_EQ(error_of("1h dance\n"), "f:1: unknown command 'dance'");
-    EXPECT_EQ(error_of("1h\n"), "f:1: missing command after the time");
-    EXPECT_EQ(error_of("1h picture ANA\n"),
-              "f:1: 'ANA' is not REGISTER=VALUE with a known register");
-    EXPECT_EQ(error_of("1h picture ANA=99999999999\n"),
-              "f:1: value of ANA must be a whole number or '-'");
-    EXPECT_EQ(error_of("1h fail no_such_call 3\n"),
-              "f:1: fail takes a platform call name and an error code");
-}
-
-TEST(ProfileParserTest, PictureTextKeepsRegisterOrder) {
-    auto p = energysim::ParseProfile(
-        "{\"picture\":{\"TEMP\":40,\"ANA\":\"0700\",\"RESOLUTION\":1080},\"dataDir\":\"/d\"}", "p");
-    EXPECT_EQ(energysim::PictureJson(p.picture),
-              "{\"ANA\":\"0700\",\"RESOLUTION\":\"1080\",\"TEMP\":\"40\"}");
-    EXPECT_EQ(p.data_dir, "/d/");
-}
+using testsupport::TempDir;
 
 // ---- a known day, computed independently from the factor row ----
 
@@ -187,7 +60,8 @@ TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
     testsupport::WriteText(dir.File("day.txt"),
                            "0 power on\n0 picture ANA=900 DutySum=1000 RESOLUTION=2160\n"
                            "0 volume 30\n3h power picture-off\n4h power standby\n");
-    Result r = RunSim({"--scenario", dir.File("day.txt"), "--log-level", "none"});
+    Result r = RunSim(
+        {"--scenario", dir.File("day.txt"), "--log-level", "none", "--plot", dir.File("p.svg")});
     ASSERT_EQ(r.status, 0) << r.err;
 
     Row f = QuasarRow();
@@ -252,45 +126,18 @@ TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
     EXPECT_NEAR(pending, acc, 1e-3);
     EXPECT_NE(r.err.find("turns            8640"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("94 sent"), std::string::npos) << r.err;
+    EXPECT_EQ(testsupport::ReadText(dir.File("p.svg")).rfind("<svg", 0), 0u);
 }
 
-TEST(EnergySimRunTest, CorvaneDownDropsReportsAndCheckExplains) {
-    TempDir dir;
-    testsupport::WriteText(dir.File("s.txt"),
-                           "0 protocol corvane disconnected\n1h protocol corvane ready\n");
-    Result r = RunSim({"--scenario", dir.File("s.txt"), "--duration", "2h", "--log-level", "none",
-                       "--plot", dir.File("p.svg")});
-    ASSERT_EQ(r.status, 0) << r.err;
-    // 720 turns: uploads at 900 s, 1810 s, 2720 s (dropped), 3630 s ... 6360 s (sent).
-    EXPECT_NE(r.err.find("reports          4 sent"), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find(", 3 dropped"), std::string::npos) << r.err;
-    EXPECT_EQ(Lines(r.out), 4);
-    std::string svg = testsupport::ReadText(dir.File("p.svg"));
-    EXPECT_EQ(svg.rfind("<svg", 0), 0u);
-    EXPECT_NE(svg.find("protocol corvane ready"), std::string::npos);
-
-    r = RunSim({"check", "--profile", Data("devices/china-region.json")});
+TEST(EnergySimRunTest, CheckGivesTheReasonAndBadInputOneLine) {
+    Result r = RunSim({"check", "--profile", Data("devices/china-region.json")});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.out.find("reason: Energy Service Not Supported in China Region"), std::string::npos)
         << r.out;
-    r = RunSim({"check", "--profile", Data("devices/vx65s9000.json")});
-    EXPECT_EQ(r.status, 0) << r.out;
-    EXPECT_EQ(r.out.rfind("supported:", 0), 0u);
-}
-
-TEST(EnergySimRunTest, EveryShippedProfileAndScenarioRuns) {
-    for (const char* p : {"vx43l5000", "vx50l6000", "vx55q7000", "vx55q7010", "vx65q8000",
-                          "vx85q9000", "vx65s9000", "vx77s9000", "vx75m9900"}) {
-        Result r = RunSim({"--profile", Data(std::string("devices/") + p + ".json"), "--duration",
-                           "20m", "--log-level", "none"});
-        EXPECT_EQ(r.status, 0) << p << r.err;
-        EXPECT_EQ(Lines(r.out), 1) << p << r.err;
-    }
-    for (const char* s : {"typical-day", "bright-film", "evening-with-faults"}) {
-        Result r = RunSim(
-            {"--scenario", Data(std::string("scenarios/") + s + ".txt"), "--log-level", "none"});
-        EXPECT_EQ(r.status, 0) << s << r.err;
-    }
+    r = RunSim({"--plugin", "/nonexistent/libenergy.so"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(Lines(r.err), 1) << r.err;
+    EXPECT_NE(r.err.find("No such file or directory"), std::string::npos) << r.err;
 }
 
 }  // namespace
