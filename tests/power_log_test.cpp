@@ -386,6 +386,7 @@ TEST_F(PowerLogTest, RunningTotalIsDueNineHundredSecondsAfterItsFirstInterval) {
                 {0x1'0000'0010ul, 0x10ul + 899, false}, {kT0, kT0 - 1, true}};
     for (const auto& r : rows) {
         log.Reset();
+        EXPECT_FALSE(log.IsUploadRequired());  // nothing collected spans nothing
         log.Add(r.first, 1.0, 10);
         EXPECT_FALSE(log.IsUploadRequired());
         log.Add(r.last, 1.0, 10);
