@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "SvgText.h"
+
 namespace energysim {
 namespace {
 
@@ -13,41 +15,7 @@ constexpr double kLeft = 80, kRight = 90, kTop = 60, kBottom = 70;
 constexpr double kPlotW = kWidth - kLeft - kRight, kPlotH = kHeight - kTop - kBottom;
 static_assert(PlotSeries::kColumns == static_cast<int>(kPlotW), "one column per pixel");
 
-std::string Escape(const std::string& s) {
-    std::string out;
-    for (char c : s) {
-        switch (c) {
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '&':
-                out += "&amp;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
-// A "nice" axis maximum and step for values up to `v`.
-void NiceAxis(double v, double* max, double* step) {
-    if (!(v > 0)) {
-        v = 1;
-    }
-    double raw = v / 5;
-    double mag = std::pow(10, std::floor(std::log10(raw)));
-    double n = raw / mag;
-    double s = n <= 1 ? 1 : n <= 2 ? 2 : n <= 5 ? 5 : 10;
-    *step = s * mag;
-    *max = std::ceil(v / *step) * *step;
-}
+using hostkit::NiceAxis;
 
 struct Axes {
     double duration, w_max, w_step, e_max, e_step;
@@ -67,7 +35,7 @@ void AppendFrame(std::string& svg, const Axes& a, const std::string& title) {
     svg += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
     fmt::format_to(std::back_inserter(svg),
                    "<text x=\"{:.0f}\" y=\"28\" font-size=\"16\" font-weight=\"bold\">{}</text>\n",
-                   kLeft, Escape(title));
+                   kLeft, hostkit::SvgEscape(title));
     for (double v = 0; v <= a.w_max + 1e-9; v += a.w_step) {
         double y = a.Yw(v);
         fmt::format_to(std::back_inserter(svg),
@@ -137,7 +105,7 @@ void AppendChanges(std::string& svg, const Axes& a, const std::vector<ScenarioEn
         fmt::format_to(std::back_inserter(svg),
                        "<text transform=\"translate({:.1f},{:.1f}) rotate(90)\" font-size=\"10\" "
                        "fill=\"#444\">{}</text>\n",
-                       x + 3, kTop + 4, Escape(label));
+                       x + 3, kTop + 4, hostkit::SvgEscape(label));
     }
 }
 

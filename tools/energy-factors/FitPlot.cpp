@@ -7,6 +7,8 @@
 #include <functional>
 #include <vector>
 
+#include "SvgText.h"
+
 namespace energyfactors {
 
 namespace {
@@ -15,40 +17,7 @@ constexpr double kWidth = 1200, kHeight = 600;
 constexpr double kLeft = 80, kRight = 30, kTop = 60, kBottom = 150;
 constexpr double kPlotW = kWidth - kLeft - kRight, kPlotH = kHeight - kTop - kBottom;
 
-std::string Escape(const std::string& s) {
-    std::string out;
-    for (char c : s) {
-        switch (c) {
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '&':
-                out += "&amp;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
-// A "nice" axis maximum and step for values up to `v`.
-void NiceAxis(double v, double* max, double* step) {
-    if (!(v > 0)) {
-        v = 1;
-    }
-    const double raw = v / 5;
-    const double mag = std::pow(10, std::floor(std::log10(raw)));
-    const double n = raw / mag;
-    *step = (n <= 1 ? 1 : n <= 2 ? 2 : n <= 5 ? 5 : 10) * mag;
-    *max = std::ceil(v / *step) * *step;
-}
+using hostkit::NiceAxis;
 
 // One point per pixel column: the mean of the turns that fall in it.
 std::string PathOf(const std::vector<double>& xs, const std::vector<double>& values,
@@ -104,7 +73,7 @@ std::string RenderFitSvg(const FitResult& r, const std::string& title) {
     svg += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
     svg +=
         fmt::format("<text x=\"{:.0f}\" y=\"28\" font-size=\"16\" font-weight=\"bold\">{}</text>\n",
-                    kLeft, Escape(title));
+                    kLeft, hostkit::SvgEscape(title));
     for (double v = 0; v <= w_max + 1e-9; v += w_step) {
         svg += fmt::format(
             "<line x1=\"{:.1f}\" y1=\"{:.1f}\" x2=\"{:.1f}\" y2=\"{:.1f}\" stroke=\"#e4e4e4\"/>\n"
