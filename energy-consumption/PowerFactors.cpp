@@ -50,7 +50,7 @@ PowerFactors::PowerFactors()
 bool PowerFactors::Parse(const std::string& line) {
     std::vector<std::string> tokens = tokenize(line, ',');
     if (tokens.size() != kTokenCount) {
-        report_token_count(tokens.size());
+        ELOGE("[Energy] The number of tokens is %d (not 19)", static_cast<int>(tokens.size()));
         return false;
     }
     sequence_number_ = Strtol32(tokens[0].c_str());
@@ -61,7 +61,7 @@ bool PowerFactors::Parse(const std::string& line) {
     panel_type_ = tokens[5];
     text6_ = tokens[6];
     if (!validate_panel_type(panel_type_)) {
-        report_panel_type(panel_type_);
+        ELOGE("[Energy] Invalid Panel Type %s", panel_type_.c_str());
         return false;
     }
     for (int i = 0; i < kBluCount; ++i) {
@@ -96,24 +96,13 @@ bool PowerFactors::Screen(std::string_view line, std::string_view& sw_model) {
         }
         ++count;
     }
-    if (count != static_cast<size_t>(kTokenCount)) {
-        report_token_count(count);
-        return false;
-    }
-    if (!validate_panel_type(panel)) {
-        report_panel_type(panel);
+    if (count != static_cast<size_t>(kTokenCount) || !validate_panel_type(panel)) {
+        // A refused row is rare: Parse on a scratch record writes its line, so that the log
+        // holds exactly what Parse writes, prefix included.
+        PowerFactors().Parse(std::string(line));
         return false;
     }
     return true;
-}
-
-void PowerFactors::report_token_count(size_t count) {
-    ELOGE("[Energy] The number of tokens is %d (not 19)", static_cast<int>(count));
-}
-
-void PowerFactors::report_panel_type(std::string_view p) {
-    // %.*s stops at a NUL byte as %s on the token's c_str() does.
-    ELOGE("[Energy] Invalid Panel Type %.*s", static_cast<int>(p.size()), p.data());
 }
 
 std::vector<std::string> PowerFactors::tokenize(const std::string& s, char sep) {

@@ -66,9 +66,6 @@ class PowerFactors {
     static std::vector<std::string> tokenize(const std::string& s, char sep);
     static double atof_with_default(const std::string& token);
     static bool validate_panel_type(std::string_view p);
-    // The two lines of a rejected row, written from one place for Parse and Screen alike.
-    static void report_token_count(size_t count);
-    static void report_panel_type(std::string_view p);
 
     int32_t sequence_number_;
     std::string text1_;
