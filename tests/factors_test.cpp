@@ -11,6 +11,18 @@
 using powermeter::PowerFactorLoader;
 using powermeter::PowerFactors;
 
+namespace powermeter {
+// Reaches the lookup that ignores the SW model (Load never calls it): the selected row's ID,
+// or -1.
+class PowerFactorLoaderPeer {
+  public:
+    static int FindByPanel(const std::string& panel) {
+        PowerFactors out;
+        return PowerFactorLoader().find_one_with_panel_type(panel, out) ? out.SequenceNumber() : -1;
+    }
+};
+}  // namespace powermeter
+
 namespace {
 
 constexpr char kEnergy[] = "ENERGY_SERVICE";
@@ -227,6 +239,23 @@ TEST_F(FactorsTest, LoaderSelection) {
     EXPECT_EQ(out.Components(powermeter::SPEAKER), 11.0);
     ASSERT_TRUE(PowerFactorLoader().Load("AB12CD3EF1", "SW_A", out));
     EXPECT_EQ(out.Components(powermeter::SPEAKER), 0.0);
+}
+
+// The SW-model-blind lookup: the first equal panel type of any model, else the first similar
+// one, else nothing (not the last row it parsed).
+TEST_F(FactorsTest, PanelOnlyLookup) {
+    const struct {
+        std::vector<std::string> rows;
+        int selected;
+    } cases[] = {
+        {{Row(1, "SW_A", "ABxxCDyEF0"), Row(2, "SW_B", "ZZ99ZZ9ZZ9")}, 1},
+        {{Row(1, "SW_A", "ABxxCDyEF0"), Row(2, "SW_B", "AB12CD3EF0")}, 2},
+        {{Row(1, "SW_A", "ZZ99ZZ9ZZ9")}, -1},
+    };
+    for (const auto& c : cases) {
+        WriteData(c.rows);
+        EXPECT_EQ(powermeter::PowerFactorLoaderPeer::FindByPanel("AB12CD3EF0"), c.selected);
+    }
 }
 
 // One scenario per path, the loader's lines compared as a whole.
