@@ -1,23 +1,76 @@
-// The plug-in as the framework sees it, loaded with dlopen by the framework host: the service
-// it registers, which reports reach the framework for each sequence of protocol status
-// reports, how the metering loop survives bad values and failures, and creating, destroying
-// and restarting it in every order the framework might use.
+// The plug-in as the framework sees it, loaded with dlopen by the framework host on a simulated
+// TV with a small factor data set and the virtual clock, so that hours of metering run at once:
+// which reports reach the framework for each sequence of protocol status reports, how the
+// metering loop survives bad values and failures, creating, destroying, restarting and
+// unloading it in every order the framework might use, and the daily block report build.
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "EngineFixture.h"
+#include "PowerLogTestSupport.h"
+#include "SharedJson.h"
+#include "TestSupport.h"
 
-namespace enginetest {
 namespace {
+
+constexpr int64_t kStart = 1700000000;  // 2023-11-14 22:13:20 UTC
+constexpr int64_t kTurn = 10;           // seconds between turns
+constexpr char kTag[] = "ENERGY_SERVICE";
+constexpr char kService[] = "energy-consumption";
+constexpr char kModel[] = "VXTEST55";
+constexpr char kPanel[] = "PT55TEST01";
+constexpr int kNotReady = WEXF_PROTOCOL_STATUS_DISCONNECTED;
+constexpr int kNoStatus = -1;
+
+// The factors of a type-4 backlight row at 1080 lines with the speaker off and the set on:
+// watts = ANA * compensate + cell + main.
+struct Row {
+    double compensate = 0.1;
+    double cell = 20.0;
+    double main = 50.0;
+};
+// 139.3 W at the default ANA of 693: its turn energy depends on the order of W * 10 / 3600 in
+// the last bit, so exact comparisons catch a reordered conversion.
+constexpr int kAna = 693;
+constexpr double kWatts = kAna * 0.1 + 20.0 + 50.0;
+
+// Energy of one 10-second turn, in Wh.
+double TurnEnergy(double watts) {
+    return watts * 10.0 / 3600.0;
+}
+
+// Sum of `turns` turns at `watts`, added turn by turn as the meter does.
+double Sum(int turns, double watts) {
+    double sum = 0.0;
+    for (int turn = 0; turn < turns; ++turn) {
+        sum += TurnEnergy(watts);
+    }
+    return sum;
+}
+
+// The running-total report for this sum and first time stamp.
+std::string Report(double sum_wh, int64_t first_time) {
+    char text[256];
+    std::snprintf(
+        text, sizeof text,
+        "{\"cumulativePower\":\"%f\",\"cumulativeUnit\":\"Wh\",\"cumulativeDateUTC\":\"%lld\"}",
+        sum_wh, static_cast<long long>(first_time));
+    return text;
+}
 
 // Real elapsed time, untouched by the virtual clock.
 int64_t RealMillis() {
@@ -26,37 +79,137 @@ int64_t RealMillis() {
     return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
-const double kWatts = Watts(Row{}, kAna, 1080);
+class PluginTest : public testsupport::SimTest {
+  protected:
+    void SetUp() override {
+        tvsim::SetAppPath(tvsim::AppPath::kData, data_.path());
+        tvsim::SetAppPath(tvsim::AppPath::kSharedResource, shared_.path());
+        tvsim::SetModelName(std::string(kModel));
+        tvsim::SetPanelType(std::string(kPanel));
+        tvsim::SetSpeakerSelection(1);  // an external output: no speaker term
+        WriteFactors(Row{});
+        SetAna(kAna);
+        Load(EC_PLUGIN_PATH);
+    }
+    // A test that stopped half-way leaves the worker parked; the host calls DestroyPlugin
+    // before it unloads a plug-in that is still created.
+    void TearDown() override {
+        vclock::ClearLimit();
+        plugin_.reset();
+    }
+
+    // Loads the plug-in with the clock at the start: the first turn runs, then the worker parks.
+    void Load(const char* path) {
+        wexfhost::Reset();
+        vclock::Enable(kStart);
+        vclock::SetLimitSeconds(kStart);
+        std::string error;
+        plugin_ = wexfhost::Plugin::Load(path, &error);
+        ASSERT_NE(plugin_, nullptr) << error;
+    }
+
+    void WriteFactors(const Row& row) {
+        char line[512];
+        // ID, 6 text columns, OD_MIN..COMPENSATE_CONSTANT (TYPE 4), CELL, MAIN, MAIN_LPM, SPEAKER.
+        std::snprintf(line, sizeof line,
+                      "7,2024,%s,%s,55,%s,LED,100,200,3,3,0,10,4,%.17g,%.17g,%.17g,1,11\n", kModel,
+                      kModel, kPanel, row.compensate, row.cell, row.main);
+        testsupport::WriteText(shared_.File("energy_factors.dat"),
+                               std::string("TEST-SET 1\n") + "8,2024,OTHER,OTHER,55," + kPanel +
+                                   ",LED,1,2,3,4,5,6,4,1,1,1,1,1\n" + line);
+    }
+    void SetAna(int ana) {
+        tvsim::SetVconf("memory/ave/powerconsumption",
+                        "{\"ANA\":\"" + std::to_string(ana) +
+                            "\",\"DutySum\":\"300\",\"RESOLUTION\":\"1080\"}");
+    }
+
+    // Lets the worker run the turn due `seconds` after the start and park right after it.
+    void RunTo(int64_t seconds) {
+        vclock::SetLimitSeconds(kStart + seconds);
+        ASSERT_TRUE(vclock::WaitUntilParked());
+    }
+
+    // Both entry points report success whatever happens. The ready flag outlives a Destroy, so
+    // Create then reports `status` for the protocol (not ready unless told; none if negative).
+    void Create(int status = kNotReady) {
+        EXPECT_EQ(plugin_->Create(), 1);
+        if (status >= 0) {
+            Status("corvane", status);
+        }
+    }
+    void Destroy() { EXPECT_EQ(plugin_->Destroy(), 1); }
+    bool Status(const std::string& protocol, int status) {
+        return wexfhost::FireProtocolStatus(kService, protocol,
+                                            static_cast<wexf_protocol_status_e>(status));
+    }
+
+    std::vector<std::string> Reports() const {
+        std::vector<std::string> out;
+        for (const auto& n : wexfhost::Notifications()) {
+            EXPECT_EQ(n.service, kService);
+            EXPECT_EQ(n.property, "dailyPowerConsumption");
+            out.push_back(n.json);
+        }
+        return out;
+    }
+    // The first capture group of each message of this test that matches `pattern`.
+    std::vector<std::string> Captured(const char* pattern) const {
+        const std::regex re(pattern);
+        std::vector<std::string> out;
+        for (const std::string& message : Messages(kTag)) {
+            std::smatch m;
+            if (std::regex_match(message, m, re)) {
+                out.push_back(m[1].str());
+            }
+        }
+        return out;
+    }
+    // The counter printed in each turn's header line, relative to the first one of the test
+    // (the counter runs on over the whole process).
+    std::vector<long> TurnNumbers() const {
+        std::vector<long> out;
+        for (const std::string& number : Captured("^=+(-?[0-9]+)=+$")) {
+            out.push_back(std::strtol(number.c_str(), nullptr, 10));
+        }
+        for (size_t i = out.size(); i-- > 0;) {
+            out[i] -= out[0];
+        }
+        return out;
+    }
+    // The accumulated energy printed at the end of each successful turn.
+    std::vector<std::string> Totals() const {
+        return Captured("^\\[Energy\\] Accumulated Power: (\\S+) from  UTC: .*$");
+    }
+
+    testsupport::TempDir data_;
+    testsupport::TempDir shared_;
+    std::unique_ptr<wexfhost::Plugin> plugin_;
+};
 
 TEST_F(PluginTest, RegistersTheServiceAndAnswersEachCallback) {
-    ASSERT_EQ(Create(true), 1);
+    Create(kNoStatus);
     ASSERT_TRUE(vclock::WaitUntilParked());
     wexfhost::ServiceInfo info;
     ASSERT_TRUE(wexfhost::FindService(kService, &info));
     EXPECT_EQ(info.description, "energy consumption service plugin");
     EXPECT_NE(info.user_data, nullptr);
     const uint64_t mark = tvsim::LogMark();
-    ASSERT_TRUE(wexfhost::FireGetRequest(kService));
-    ASSERT_TRUE(wexfhost::FireSetRequest(kService));
-    ASSERT_TRUE(wexfhost::FireCancelRequest(kService));
-    ASSERT_TRUE(Ready(2));
-    ASSERT_TRUE(Status("corvane-x", 1));
-    std::vector<std::string> texts;
-    for (const auto& line : tvsim::LinesSince(mark)) {
-        texts.push_back(line.text.substr(line.text.find(" : ")));
-    }
+    ASSERT_TRUE(wexfhost::FireGetRequest(kService) && wexfhost::FireSetRequest(kService) &&
+                wexfhost::FireCancelRequest(kService));
+    ASSERT_TRUE(Status("corvane", 2) && Status("corvane-x", 1));
     // Each request callback answers from its own function; every status report is logged.
-    ASSERT_EQ(texts.size(), 6u);
-    EXPECT_EQ(texts[0].rfind(" : getRequestCallback(", 0), 0u) << texts[0];
-    EXPECT_EQ(texts[1].rfind(" : setRequestCallback(", 0), 0u) << texts[1];
-    EXPECT_EQ(texts[2].rfind(" : cancelRequestCallback(", 0), 0u) << texts[2];
+    const auto lines = tvsim::LinesSince(mark);
+    const char* callbacks[] = {" : getRequestCallback(", " : setRequestCallback(",
+                               " : cancelRequestCallback("};
+    for (size_t i = 0; i < 3 && i < lines.size(); ++i) {
+        EXPECT_NE(lines[i].text.find(callbacks[i]), std::string::npos) << lines[i].text;
+    }
     EXPECT_EQ(Catalogue(kTag, mark),
               (std::vector<std::string>{"I NOT USED", "I NOT USED", "I NOT USED",
                                         "E protocol name[corvane], protocol status[2]",
                                         "I corvane protocol is ready",
                                         "E protocol name[corvane-x], protocol status[1]"}));
-    EXPECT_EQ(wexfhost::NotificationCount(), 0u);
-    EXPECT_EQ(Destroy(), 1);
 }
 
 // Each row: protocol status reports fired at given seconds, and which of the first three
@@ -82,20 +235,17 @@ TEST_F(PluginTest, ProtocolStatusDecidesWhichReportsAreSent) {
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.events.size());
-        wexfhost::Reset();
-        vclock::Enable(kStart);
-        vclock::SetLimitSeconds(kStart);
+        Load(EC_PLUGIN_PATH);
         const uint64_t mark = tvsim::LogMark();
-        ASSERT_EQ(Create(), 1);
+        Create();
         std::vector<std::string> expected;
-        for (size_t upload = 0; upload < r.sent.size(); ++upload) {
+        for (int64_t upload = 0; upload < 3; ++upload) {
             for (const Event& e : r.events) {
-                if (e.at >= static_cast<int64_t>(upload) * 910 &&
-                    e.at < static_cast<int64_t>(upload + 1) * 910) {
+                if (e.at >= upload * 910 && e.at < (upload + 1) * 910) {
                     ASSERT_TRUE(Status(e.protocol, e.status));
                 }
             }
-            RunTo(900 + 910 * static_cast<int64_t>(upload));
+            RunTo(900 + 910 * upload);
             if (r.sent[upload]) {
                 expected.push_back(Report(Sum(91, kWatts), kStart + 910 * upload));
             }
@@ -107,87 +257,75 @@ TEST_F(PluginTest, ProtocolStatusDecidesWhichReportsAreSent) {
         if (!expected.empty()) {
             EXPECT_TRUE(tvsim::Logged(DLOG_INFO, kTag, "notify " + expected[0], mark));
         }
-        EXPECT_EQ(Destroy(), 1);
+        Destroy();
     }
 }
 
 TEST_F(PluginTest, ImplausiblePowerCountsAsZeroButIsStillQueuedAndNegativePowerCounts) {
-    row_ = Row{1.0, 0.0, 0.0};  // watts = ANA exactly
-    WriteFactors(row_);
-    SetRegisters(7921, 1080);  // 22.0028 Wh in one turn: rejected
-    ASSERT_EQ(Create(), 1);
-    ASSERT_TRUE(Ready());
+    WriteFactors(Row{1.0, 0.0, 0.0});  // watts = ANA exactly
+    SetAna(7921);                      // 22.0028 Wh in one turn: rejected
+    Create(0);
     ASSERT_TRUE(vclock::WaitUntilParked());
-    SetRegisters(7920, 1080);  // exactly 22.0 Wh: accepted
+    SetAna(7920);  // exactly 22.0 Wh: accepted
     RunTo(10);
-    SetRegisters(-360, 1080);  // -1.0 Wh per turn: accepted
+    SetAna(-360);  // -1.0 Wh per turn: accepted
     RunTo(900);
     EXPECT_EQ(
         CountLogged(DLOG_ERROR, kTag,
                     "[Energy] !!!WARNING:: Invalid Instantaneous Power: 22.002778, so makes it 0"),
         1u);
-    const auto totals = AccumulatedTexts();
-    ASSERT_EQ(totals.size(), 91u);
-    EXPECT_EQ(totals[0], "0.000000");
-    EXPECT_EQ(totals[1], "22.000000");
-    EXPECT_EQ(totals[2], "21.000000");
     EXPECT_TRUE(Logged(DLOG_INFO, kTag, "[Energy] Instantaneous Power: 0.000000"));
     EXPECT_TRUE(
         Logged(DLOG_INFO, kTag, "[Energy] Calculated Power Consumption: 7921.000000 (W/h)"));
-    // The rejected first turn still opened the report: its date is the first turn's.
-    double sum = TurnEnergy(7920.0);
-    for (int turn = 2; turn < 91; ++turn) {
-        sum += TurnEnergy(-360.0);
-    }
-    EXPECT_EQ(Reports(), std::vector<std::string>{Report(sum, kStart)});
-    EXPECT_EQ(Destroy(), 1);
+    const auto totals = Totals();
+    ASSERT_EQ(totals.size(), 91u);
+    EXPECT_EQ(std::vector<std::string>(totals.begin(), totals.begin() + 3),
+              (std::vector<std::string>{"0.000000", "22.000000", "21.000000"}));
+    // 22 Wh, then 89 turns of -1 Wh. The rejected first turn still opened the report: its date
+    // is the first turn's.
+    EXPECT_EQ(Reports(), std::vector<std::string>{Report(22.0 - 89.0, kStart)});
 }
 
 TEST_F(PluginTest, ACalculatorThatThrowsIsLoggedAndRetriedAfterTheFullWait) {
     tvsim::SetVconf("memory/ave/powerconsumption",
                     std::string("{\"ANA\":\"693\",\"DutySum\":\"300\"}"));
-    ASSERT_EQ(Create(), 1);
-    ASSERT_TRUE(Ready());
+    Create(0);
     ASSERT_TRUE(vclock::WaitUntilParked());
     EXPECT_TRUE(Logged(DLOG_ERROR, kTag, "[Energy] !!! An exception: RESOLUTION is not available"));
-    EXPECT_TRUE(AccumulatedTexts().empty());
+    EXPECT_TRUE(Totals().empty());
     vclock::SetLimitSeconds(kStart + 9);  // a limit one second short releases nothing
     EXPECT_EQ(vclock::ParkedCount(), 1);
-    SetRegisters(kAna, 1080);
+    SetAna(kAna);
     RunTo(10);
     EXPECT_EQ(TurnNumbers(), (std::vector<long>{0, 1}));
-    EXPECT_EQ(AccumulatedTexts(), std::vector<std::string>{std::to_string(TurnEnergy(kWatts))});
+    EXPECT_EQ(Totals(), std::vector<std::string>{std::to_string(TurnEnergy(kWatts))});
     RunTo(10 + 900);
     EXPECT_EQ(Reports(), std::vector<std::string>{Report(Sum(91, kWatts), kStart + 10)});
-    EXPECT_EQ(Destroy(), 1);
 }
 
+// The exception is caught where the framework is called: the meter still resets its total.
 TEST_F(PluginTest, AThrowingFrameworkCallIsCaughtAndTheQueueStillResets) {
     for (auto fault : {wexfhost::Fault::kNotifyThrows, wexfhost::Fault::kPropertyThrows}) {
-        wexfhost::Reset();
-        vclock::Enable(kStart);
-        vclock::SetLimitSeconds(kStart);
+        Load(EC_PLUGIN_PATH);
         wexfhost::SetFault(fault, "framework down");
         const uint64_t mark = tvsim::LogMark();
-        ASSERT_EQ(Create(), 1);
-        ASSERT_TRUE(Ready());
+        Create(0);
         RunTo(900);
         EXPECT_TRUE(tvsim::Logged(DLOG_ERROR, kTag, "exception caught = framework down", mark));
         EXPECT_EQ(wexfhost::NotificationCount(), 0u);
         wexfhost::SetFault(wexfhost::Fault::kNone);
         RunTo(1810);
         EXPECT_EQ(Reports(), std::vector<std::string>{Report(Sum(91, kWatts), kStart + 910)});
-        EXPECT_EQ(Destroy(), 1);
+        Destroy();
     }
-    EXPECT_EQ(CountPrefix("[Energy] !!! An exception"), 0u);
 }
 
 TEST_F(PluginTest, DestroyWithoutCreateOrAfterAFailedCreate) {
-    EXPECT_EQ(Destroy(), 1);
+    Destroy();
     wexfhost::SetFault(wexfhost::Fault::kServiceCreateFails);
-    EXPECT_EQ(Create(), 1);
+    Create();
     EXPECT_TRUE(wexfhost::Services().empty());
-    EXPECT_EQ(Destroy(), 1);
+    Destroy();
     EXPECT_EQ(Catalogue(kTag),
               (std::vector<std::string>{
                   "I Energy Consumption Plugin Deinit", "I [Energy] Stop!!!!",
@@ -199,44 +337,41 @@ TEST_F(PluginTest, DestroyWithoutCreateOrAfterAFailedCreate) {
 }
 
 TEST_F(PluginTest, SecondCreateRegistersAgainButKeepsTheFirstWorker) {
-    ASSERT_EQ(Create(), 1);
-    ASSERT_EQ(Create(), 1);
+    Create();
+    Create();
     EXPECT_TRUE(Logged(DLOG_ERROR, kTag,
                        "[Energy] thread has already been created! Please Stop PowerMeter first"));
     EXPECT_EQ(wexfhost::Services().size(), 2u);
     RunTo(20);
     EXPECT_EQ(TurnNumbers(), (std::vector<long>{0, 1, 2}));
-    EXPECT_EQ(Destroy(), 1);
+    Destroy();
     // Only the latest handle is destroyed; the first registration is left behind.
     EXPECT_EQ(wexfhost::Services().size(), 1u);
     EXPECT_EQ(vclock::ParkedCount(), 0);
 }
 
 TEST_F(PluginTest, RestartKeepsCountingTurnsAndTheReadyFlagButRestartsTheTotal) {
-    ASSERT_EQ(Create(), 1);
-    ASSERT_TRUE(Ready());
+    Create(0);
     RunTo(20);
-    ASSERT_EQ(Destroy(), 1);
-    ASSERT_EQ(Create(true), 1);
+    Destroy();
+    Create(kNoStatus);
     ASSERT_TRUE(vclock::WaitUntilParked());
     EXPECT_EQ(TurnNumbers(), (std::vector<long>{0, 1, 2, 3}));
-    EXPECT_EQ(AccumulatedTexts().back(), std::to_string(TurnEnergy(kWatts)));
+    EXPECT_EQ(Totals().back(), std::to_string(TurnEnergy(kWatts)));
     RunTo(20 + 900);
     EXPECT_EQ(Reports(), std::vector<std::string>{Report(Sum(91, kWatts), kStart + 20)});
-    EXPECT_EQ(Destroy(), 1);
 }
 
 TEST_F(PluginTest, CalculatorThatCannotInitialiseLeavesAServiceThatNeverNotifies) {
     ASSERT_EQ(std::remove(shared_.File("energy_factors.dat").c_str()), 0);
     tvsim::SetPanelType(std::string("PT55OTHER9"));  // no row, even for a calculator loaded before
-    ASSERT_EQ(Create(), 1);
+    Create(0);
     EXPECT_TRUE(Logged(DLOG_ERROR, kTag, "[Energy] failed to init the calculator"));
     EXPECT_TRUE(wexfhost::FindService(kService, nullptr));
-    ASSERT_TRUE(Ready());
     vclock::ClearLimit();
     EXPECT_FALSE(vclock::WaitUntilParked(200));  // no worker ever waits
     EXPECT_TRUE(TurnNumbers().empty());
-    EXPECT_EQ(Destroy(), 1);
+    Destroy();
     EXPECT_TRUE(Logged(DLOG_ERROR, kTag, "[Energy] thread has not been created"));
     EXPECT_FALSE(wexfhost::FindService(kService, nullptr));
 }
@@ -245,11 +380,11 @@ TEST_F(PluginTest, DestroyStopsTheMeterBeforeItDestroysTheService) {
     wexfhost::SetEventObserver([&](const wexfhost::Event& event) {
         dlog_print(DLOG_INFO, kTag, "event %d", static_cast<int>(event.kind));
     });
-    ASSERT_EQ(Create(), 1);
+    Create();
     RunTo(30);
     const uint64_t mark = tvsim::LogMark();
     const int64_t before = RealMillis();
-    ASSERT_EQ(Destroy(), 1);
+    Destroy();
     EXPECT_LT(RealMillis() - before, 500);  // woken from its wait, not timed out
     EXPECT_EQ(vclock::NowSeconds(), kStart + 30);
     std::vector<std::string> lines = Catalogue(kTag, mark);
@@ -258,7 +393,6 @@ TEST_F(PluginTest, DestroyStopsTheMeterBeforeItDestroysTheService) {
     lines.erase(lines.begin() + 2);
     EXPECT_EQ(lines, (std::vector<std::string>{"I Energy Consumption Plugin Deinit",
                                                "I [Energy] Stop!!!!", "I event 1"}));
-    EXPECT_FALSE(wexfhost::FindService(kService, nullptr));
     EXPECT_EQ(vclock::ParkedCount(), 0);
     EXPECT_EQ(TurnNumbers().size(), 4u);
 }
@@ -273,10 +407,9 @@ TEST_F(PluginTest, StopDuringATurnWaitsForTheFullWait) {
     tvsim::SetLogObserver([&](const tvsim::LogLine& line) {
         const std::string message = line.Message();
         std::unique_lock<std::mutex> lock(m);
-        const bool header = message.rfind("=====", 0) == 0 &&
-                            message.find_first_of("0123456789") != std::string::npos;
-        if (header && ++headers == 2) {  // turn 1
-            in_turn = true;
+        if (message.rfind("=====", 0) == 0 &&
+            message.find_first_of("0123456789") != std::string::npos && ++headers == 2) {
+            in_turn = true;  // turn 1 blocks in its first log line
             cv.notify_all();
             cv.wait(lock, [&] { return release; });
         } else if (message == "[Energy] Stop!!!!") {
@@ -284,23 +417,20 @@ TEST_F(PluginTest, StopDuringATurnWaitsForTheFullWait) {
             cv.notify_all();
         }
     });
-    ASSERT_EQ(Create(), 1);
-    ASSERT_TRUE(vclock::WaitUntilParked());
-    vclock::SetLimitSeconds(kStart + 10);  // lets turn 1 start; it blocks in its first log line
-    {
+    const auto await = [&](const bool& flag) {
         std::unique_lock<std::mutex> lock(m);
-        cv.wait(lock, [&] { return in_turn; });
-    }
-    bool destroyed = false;
+        cv.wait(lock, [&] { return flag; });
+    };
+    Create();
+    ASSERT_TRUE(vclock::WaitUntilParked());
+    vclock::SetLimitSeconds(kStart + 10);  // lets turn 1 start
+    await(in_turn);
+    std::atomic<bool> destroyed{false};
     std::thread destroyer([&] {
         Destroy();
-        std::lock_guard<std::mutex> lock(m);
         destroyed = true;
     });
-    {
-        std::unique_lock<std::mutex> lock(m);
-        cv.wait(lock, [&] { return stopping; });
-    }
+    await(stopping);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // Stop notifies meanwhile
     {
         std::lock_guard<std::mutex> lock(m);
@@ -310,10 +440,7 @@ TEST_F(PluginTest, StopDuringATurnWaitsForTheFullWait) {
     // The turn ends and the worker waits although it has been told to stop.
     ASSERT_TRUE(vclock::WaitUntilParked());
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    {
-        std::lock_guard<std::mutex> lock(m);
-        EXPECT_FALSE(destroyed);
-    }
+    EXPECT_FALSE(destroyed);
     vclock::SetLimitSeconds(kStart + 20);
     destroyer.join();
     tvsim::SetLogObserver(nullptr);
@@ -322,5 +449,139 @@ TEST_F(PluginTest, StopDuringATurnWaitsForTheFullWait) {
     EXPECT_EQ(TurnNumbers(), (std::vector<long>{0, 1}));
 }
 
+// Creating and destroying the plug-in over and over while the framework reports protocol
+// status changes from another thread. Run under the tsan preset to check the locking.
+TEST_F(PluginTest, ThousandCreateDestroyCyclesWhileStatusReportsArrive) {
+    tvsim::SetLogRetention(1000);
+    std::atomic<long> uploads{0};
+    tvsim::SetLogObserver([&](const tvsim::LogLine& line) {
+        uploads += line.Message() == "[Energy] !!! UPLOAD NOW" ? 1 : 0;
+    });
+    vclock::ClearLimit();  // the worker runs its turns as fast as it can
+    std::atomic<bool> done{false};
+    std::atomic<long> reports{0};
+    std::thread reporter([&] {
+        for (int i = 0; !done.load(); ++i) {
+            reports += Status("corvane", i % 4) ? 1 : 0;
+            Status("other", 1);
+            std::this_thread::yield();
+        }
+    });
+    constexpr int kCycles = 1000;
+    for (int i = 0; i < kCycles; ++i) {
+        // Every 25th worker runs 101 turns, so that it uploads while status reports arrive.
+        const bool long_run = i % 25 == 0;
+        if (long_run) {
+            vclock::SetLimitSeconds(vclock::NowSeconds() + 1000);
+        }
+        Create(kNoStatus);
+        if (long_run) {
+            ASSERT_TRUE(vclock::WaitUntilParked());
+        }
+        Destroy();
+        if (long_run) {
+            vclock::ClearLimit();
+        }
+    }
+    done = true;
+    reporter.join();
+    tvsim::SetLogObserver(nullptr);
+    // Each service is destroyed before the next one is created.
+    size_t created = 0, destroyed = 0;
+    for (const auto& event : wexfhost::Events()) {
+        created += event.kind == wexfhost::Event::Kind::kServiceCreated ? 1 : 0;
+        destroyed += event.kind == wexfhost::Event::Kind::kServiceDestroyed ? 1 : 0;
+        ASSERT_TRUE(destroyed == created || destroyed + 1 == created) << created;
+    }
+    EXPECT_EQ(created, static_cast<size_t>(kCycles));
+    EXPECT_EQ(destroyed, static_cast<size_t>(kCycles));
+    EXPECT_EQ(vclock::ParkedCount(), 0);
+    EXPECT_GT(reports.load(), 0);
+    EXPECT_GE(uploads.load(), kCycles / 25);
+}
+
+// A long run as energy-sim makes it: the host keeps no history, observers still see every
+// report, and the heap stays flat.
+TEST_F(PluginTest, FiftyThousandTurnsWithoutHistoryKeepTheHeapFlat) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers' allocators do not keep mallinfo2";
+#endif
+    tvsim::SetLogRetention(64);
+    wexfhost::SetHistoryKept(false);
+    std::atomic<size_t> seen{0};
+    wexfhost::SetNotificationObserver([&](const wexfhost::Notification&) { ++seen; });
+    Create(0);
+    RunTo(9999 * kTurn);
+    const size_t after_10k = mallinfo2().uordblks;
+    for (int64_t turns = 20000; turns <= 50000; turns += 10000) {
+        RunTo((turns - 1) * kTurn);  // in steps, so that a loaded machine stays within the wait
+    }
+    const size_t after_50k = mallinfo2().uordblks;
+    std::printf("heap in use after 10,000 turns: %zu bytes, after 50,000: %zu bytes\n", after_10k,
+                after_50k);
+    EXPECT_LE(after_50k, after_10k + 4096);
+    EXPECT_EQ(seen.load(), 50000u / 91);
+    EXPECT_EQ(wexfhost::NotificationCount(), 0u);
+    EXPECT_TRUE(wexfhost::Events().empty());
+}
+
+// The host unloads a created plug-in only after DestroyPlugin, and calls it once.
+TEST_F(PluginTest, UnloadingCallsDestroyPluginOnceWhenItIsDue) {
+    const struct {
+        bool create, destroy;
+        size_t deinits;  // DestroyPlugin calls seen, once the plug-in is unloaded
+    } rows[] = {{false, false, 0}, {true, false, 1}, {true, true, 1}};
+    for (const auto& r : rows) {
+        Load(EC_PLUGIN_PATH);
+        const uint64_t mark = tvsim::LogMark();
+        if (r.create) {
+            Create();
+        }
+        if (r.destroy) {
+            Destroy();
+        }
+        plugin_.reset();
+        EXPECT_EQ(tvsim::CountLogged(DLOG_INFO, kTag, "Energy Consumption Plugin Deinit", mark),
+                  r.deinits);
+        EXPECT_TRUE(wexfhost::Services().empty());
+    }
+}
+
+// The daily block report build, with the block log's defaults: 15-minute writes, one-hour
+// blocks, a report a day.
+TEST_F(PluginTest, BlockModeWritesTheQuarterHourAndReportsNothingEarly) {
+    Load(EC_BLOCKS_PLUGIN_PATH);
+    Create(0);
+    EXPECT_TRUE(Logged(DLOG_INFO, kTag,
+                       "[Energy] option: write after 900 sec, block size: 60 min, notify it after "
+                       "1440 min (every 24 hour)"));
+    RunTo(900);  // the running total would have reported here
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_EQ(testsupport::ReadBytes(data_.File("energy_log.dat")),
+              powerlogtest::LogImage({{kStart, kStart + 900, Sum(90, kWatts)}}));
+}
+
+// With the option file's 10 s writes, 30 s blocks and a 60 s report, the sixth turn's log
+// spans 60 s: one report of two blocks, then the log starts over.
+TEST_F(PluginTest, BlockModeReportsTheBlocksThroughTheFramework) {
+    powerlogtest::WriteOptions(data_.path(), "10 30 60");
+    Load(EC_BLOCKS_PLUGIN_PATH);
+    Create(0);
+    RunTo(50);
+    const std::vector<std::string> reports = Reports();
+    ASSERT_EQ(reports.size(), 1u);
+    const auto report = common::json::JsonValue::Create(reports[0]);
+    const auto& blocks = report["dailyPowerConsumption"];
+    ASSERT_EQ(blocks.size(), 2u);
+    for (unsigned i = 0; i < 2; ++i) {
+        EXPECT_EQ(int64_t{blocks[i]["start"].asUInt()}, kStart + 30 * i) << i;
+        EXPECT_EQ(int64_t{blocks[i]["end"].asUInt()}, kStart + 30 * i + 30) << i;
+        EXPECT_EQ(blocks[i]["deltaEnergy"].asDouble(), Sum(3, kWatts)) << i;
+    }
+    EXPECT_FALSE(testsupport::Exists(data_.File("energy_log.dat")));
+    RunTo(60);
+    EXPECT_EQ(testsupport::ReadBytes(data_.File("energy_log.dat")),
+              powerlogtest::LogImage({{kStart + 60, kStart + 70, Sum(1, kWatts)}}));
+}
+
 }  // namespace
-}  // namespace enginetest
