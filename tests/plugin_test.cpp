@@ -87,7 +87,8 @@ class PluginTest : public testsupport::SimTest {
         plugin_.reset();
     }
 
-    // Loads the plug-in with the clock at the start: the first turn runs, then the worker parks.
+    // Loads the plug-in on a fresh host with the clock at the start: the first turn runs, then
+    // the worker parks.
     void Load(const char* path) {
         wexfhost::Reset();
         vclock::Enable(kStart);
