@@ -32,12 +32,6 @@ inline testsupport::Bytes LogImage(int32_t count, const std::vector<Block>& bloc
     return out;
 }
 
-// One record's 16 bytes, as the log file holds it.
-inline testsupport::Bytes Record(const Block& b) {
-    const testsupport::Bytes image = LogImage(0, {b});
-    return testsupport::Bytes(image.begin() + 4, image.end());
-}
-
 inline testsupport::Bytes LogImage(const std::vector<Block>& blocks) {
     return LogImage(static_cast<int32_t>(blocks.size()), blocks);
 }
