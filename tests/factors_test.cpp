@@ -72,10 +72,10 @@ class FactorsTest : public testsupport::SimTest {
         }
         testsupport::WriteText(dir_.File("energy_factors.dat"), text);
     }
-    // Load for this panel type and SW model; the selected row's ID, or -1.
+    // Load for this panel type and SW model; the selected row's ID, or 0.
     static int Select(const std::string& panel, const std::string& sw) {
         PowerFactors out;
-        return PowerFactorLoader().Load(panel, sw, out) ? out.SequenceNumber() : -1;
+        return PowerFactorLoader().Load(panel, sw, out) ? out.SequenceNumber() : 0;
     }
     // A tag's lines since `since` as one text, "|" after each: the priority letter and the
     // message without `prefix`; debug lines left out.
@@ -168,37 +168,49 @@ TEST_F(FactorsTest, PrintCatalogue) {
               "I ID: 7, Panel type: AB12CD3EF0|");
 }
 
+// Load selects among the rows of its SW model; the lookup that ignores the SW model ("blind")
+// takes the first equal panel type of any model, else the first similar one it remembered.
 TEST_F(FactorsTest, LoaderSelection) {
-    std::string short_row = Row(9, "AB12CD3EF0");
+    const char* const p = "AB12CD3EF0";
+    std::string short_row = Row(9, p);
     short_row.resize(short_row.rfind(','));
-    const std::string huge = Row(8, "AB12CD3EF0", std::string(1 << 20, 'X'));
+    const std::string huge = Row(8, p, std::string(1 << 20, 'X'));
     const std::string similar = "ABxxCDyEF0";
     const struct {
         std::vector<std::string> rows;
         const char* panel;
-        int selected;  // all for SW model SW_A
+        int selected;  // 0: nothing
+        bool blind = false;
     } cases[] = {
         // An equal panel type beats an earlier similar one; of two equal rows, the first.
         {{Row(1, similar), Row(2, "AB99CD9EF0"), Row(3, "AB99CD9EF0")}, "AB99CD9EF0", 2},
         // The first similar row wins even if a later one is closer; none similar: nothing.
-        {{Row(1, similar), Row(2, "AB12CD3EF9")}, "AB12CD3EF0", 1},
-        {{Row(1, similar)}, "ABxxCDyEG0", -1},
+        {{Row(1, similar), Row(2, "AB12CD3EF9")}, p, 1},
+        {{Row(1, similar)}, "ABxxCDyEG0", 0},
         // Rows of other SW models are never considered.
-        {{Row(1, "AB12CD3EF0", "SW_B"), Row(2, "AB12CD3EF7")}, "AB12CD3EF0", 2},
+        {{Row(1, p, "SW_B"), Row(2, "AB12CD3EF7")}, p, 2},
         // Malformed rows of the right SW model are skipped, huge ones too.
-        {{short_row, Row(2, "AB12CD3E"), huge, Row(3, "AB12CD3EF0")}, "AB12CD3EF0", 3},
-        {{std::string(1 << 20, ','), std::string(1 << 20, 'y')}, "AB12CD3EF0", -1},
+        {{short_row, Row(2, "AB12CD3E"), huge, Row(3, p)}, p, 3},
+        {{std::string(1 << 20, ','), std::string(1 << 20, 'y')}, p, 0},
         // A panel type of eight characters is refused before the file is read; nine are enough.
-        {{Row(1, "AB12CD3EF0")}, "AB12CD3E", -1},
-        {{Row(1, "AB12CD3EF0")}, "AB12CD3EF", 1},
+        {{Row(1, p)}, "AB12CD3E", 0},
+        {{Row(1, p)}, "AB12CD3EF", 1},
+        {{Row(1, similar), Row(2, "ABzzCDwEF1", "SW_B"), Row(3, "ZZ9ZZ9ZZ9", "SW_B")}, p, 1, true},
+        {{Row(1, similar), Row(2, p, "SW_B")}, p, 2, true},
+        {{Row(1, "ZZ99ZZ9ZZ9")}, p, 0, true},
     };
     for (const auto& c : cases) {
         WriteData(c.rows);
-        EXPECT_EQ(Select(c.panel, "SW_A"), c.selected) << c.panel;
+        EXPECT_EQ(c.blind ? powermeter::PowerFactorLoaderPeer::FindByPanel(c.panel)
+                          : Select(c.panel, "SW_A"),
+                  c.selected)
+            << c.panel;
     }
+    std::remove(dir_.File("energy_factors.dat").c_str());
+    EXPECT_EQ(powermeter::PowerFactorLoaderPeer::FindByPanel(p), 0);
     // The version line is never a row.
-    testsupport::WriteText(dir_.File("energy_factors.dat"), Row(1, "AB12CD3EF0") + "\n");
-    EXPECT_EQ(Select("AB12CD3EF0", "SW_A"), -1);
+    testsupport::WriteText(dir_.File("energy_factors.dat"), Row(1, p) + "\n");
+    EXPECT_EQ(Select(p, "SW_A"), 0);
     // CRLF line ends stay on the last token: strtod stops at the '\r', and "-\r" is no marker.
     const std::string dash = Row(6, "AB12CD3EF1");
     WriteData({Row(5, "AB12CD3EF0"), dash.substr(0, dash.rfind(',') + 1) + "-"}, "\r\n");
@@ -207,25 +219,6 @@ TEST_F(FactorsTest, LoaderSelection) {
     EXPECT_EQ(out.Components(powermeter::SPEAKER), 11.0);
     ASSERT_TRUE(PowerFactorLoader().Load("AB12CD3EF1", "SW_A", out));
     EXPECT_EQ(out.Components(powermeter::SPEAKER), 0.0);
-}
-
-// The SW-model-blind lookup: the first equal panel type of any model, else the first similar
-// one, else nothing (not the last row it parsed); no file is nothing found.
-TEST_F(FactorsTest, PanelOnlyLookup) {
-    const struct {
-        std::vector<std::string> rows;
-        int selected;
-    } cases[] = {
-        {{Row(1, "ABxxCDyEF0"), Row(2, "ABzzCDwEF1", "SW_B"), Row(3, "ZZ9ZZ9ZZ9", "SW_B")}, 1},
-        {{Row(1, "ABxxCDyEF0"), Row(2, "AB12CD3EF0", "SW_B")}, 2},
-        {{Row(1, "ZZ99ZZ9ZZ9")}, 0},
-    };
-    for (const auto& c : cases) {
-        WriteData(c.rows);
-        EXPECT_EQ(powermeter::PowerFactorLoaderPeer::FindByPanel("AB12CD3EF0"), c.selected);
-    }
-    std::remove(dir_.File("energy_factors.dat").c_str());
-    EXPECT_EQ(powermeter::PowerFactorLoaderPeer::FindByPanel("AB12CD3EF0"), 0);
 }
 
 // Load from the platform's panel type and SW model, and its failures; the lines of the row
@@ -247,7 +240,7 @@ TEST_F(FactorsTest, LoadFromThePlatform) {
     tvsim::SetModelName(std::nullopt);
     EXPECT_FALSE(PowerFactorLoader().Load(out));
     tvsim::SetAppPath(tvsim::AppPath::kSharedResource, std::nullopt);
-    EXPECT_EQ(Select("AB12CD3EF0", "24_SW_55"), -1);
+    EXPECT_EQ(Select("AB12CD3EF0", "24_SW_55"), 0);
     EXPECT_EQ(Printed(mark_),
               "I Panel Type: AB12CD3EF0|I SW Model: 24_SW_55|"
               "I Find a power factors for 24_SW_55|I Data File Version: ECF-TEST-1|"
@@ -268,19 +261,20 @@ TEST_F(FactorsTest, PrerequisiteDecisionsInOrder) {
         const char* locale;
         std::optional<std::string> sw, panel;
         bool supported;
-        const char* error;  // the last error line, or nullptr
+        const char* line;  // a line logged, after its priority letter
         bool data_read;
     } rows[] = {
-        {21, "CHI_DTV", "", "", false, "Energy Service Not Supported Under 22 year TV", false},
-        {22, "EA_CHINA", "", "", false, "Energy Service Not Supported in China Region", false},
-        {22, "CHI_DTV", "", "", false, "Energy Service Not Supported in China Region", false},
+        {21, "CHI_DTV", "", "", false, "E Energy Service Not Supported Under 22 year TV", false},
+        {22, "EA_CHINA", "", "", false, "E Energy Service Not Supported in China Region", false},
+        {22, "CHI_DTV", "", "", false, "E Energy Service Not Supported in China Region", false},
         {22, "EU_DTV", "SW_A", std::nullopt, true,
-         "At this time, Failed to get sw model and panel type, so it returns true here", false},
+         "E At this time, Failed to get sw model and panel type, so it returns true here", false},
         {22, "CHI_DTV2", std::nullopt, "AB12CD3EF0", true,
-         "At this time, Failed to get sw model and panel type, so it returns true here", false},
-        {24, "EU_DTV", "SW_A", "ABxyCDzEFextra", true, nullptr, true},
+         "E At this time, Failed to get sw model and panel type, so it returns true here", false},
+        {24, "EU_DTV", "SW_A", "ABxyCDzEFextra", true,
+         "I [EnergyServicePrerequisite] Availability Check for SW_A, ABxyCDzEFextra: 1", true},
         {24, "EU_DTV", "SW_B", "AB12CD3EF0", false,
-         "[EnergyServicePrerequisite] Could not find a proper data set: SW_B, AB12CD3EF0", true},
+         "E [EnergyServicePrerequisite] Could not find a proper data set: SW_B, AB12CD3EF0", true},
     };
     for (const auto& r : rows) {
         tvsim::SetModelYear(r.year);
@@ -290,13 +284,8 @@ TEST_F(FactorsTest, PrerequisiteDecisionsInOrder) {
         const uint64_t reads = tvsim::CallCount(tvsim::Call::kAppGetSharedResourcePath);
         const uint64_t mark = tvsim::LogMark();
         EXPECT_EQ(SystemInfoUtil::IsSupportEnergyService(), r.supported) << r.locale;
-        std::string last_error;
-        for (const auto& line : tvsim::LinesSince(mark)) {
-            if (line.priority == DLOG_ERROR && line.tag == kCommon) {
-                last_error = line.Message();
-            }
-        }
-        EXPECT_EQ(last_error, r.error ? r.error : "") << r.locale;
+        EXPECT_NE(Printed(mark, kCommon, "").find(std::string(r.line) + "|"), std::string::npos)
+            << r.locale;
         EXPECT_EQ(tvsim::CallCount(tvsim::Call::kAppGetSharedResourcePath) > reads, r.data_read);
     }
 }

@@ -54,7 +54,6 @@ TEST_F(PlatformInputsTest, RegistersTable) {
         {std::nullopt, "- - - - - - - - -"},
         {"{\"ANA\":\"1\"", "- - - - - - - - -"},
         {"null", "- - - - - - - - -"},
-        {"{}", "- - - - - - - - -"},
     };
     Registers r;
     for (const auto& row : rows) {
