@@ -85,6 +85,10 @@ TEST_F(CalculatorTest, EveryStateForEveryBacklightType) {
         {2, 1, [](double blu, double k, bool) { return blu + 10.0 * k + 50.0 * k; }},
         {1, 0, [](double, double, bool type4) { return 35.0 + 10.0 + (type4 ? 17.0 : 0.0); }},
         {3, 0, [](double, double, bool) { return 0.0; }},
+        // Suspended as well: low power without its ambient mode, and states 5 and -1.
+        {4, 1, [](double, double, bool) { return 0.0; }},
+        {5, 2, [](double, double, bool) { return 0.0; }},
+        {-1, 1, [](double, double, bool) { return 0.0; }},
     };
     for (const auto& t : types) {
         WriteRow(t.blu);
