@@ -9,10 +9,13 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
+
 #include "Calculator.h"
 #include "TestSupport.h"
 
 using powermeter::Calculator;
+using ::testing::ThrowsMessage;
 
 namespace {
 
@@ -135,19 +138,13 @@ TEST_F(CalculatorTest, NoSpeakerTermWithoutTheTvSpeaker) {
 // watts and lines; a register missing leaves the previous result.
 TEST_F(CalculatorTest, LifecycleAndOneSnapshot) {
     Calculator calc;
-    auto error_of = [&] {
-        try {
-            calc.Calculate();
-        } catch (const std::runtime_error& e) {
-            return std::string(e.what());
-        }
-        return std::string("none");
-    };
+    const auto calculate = [&] { calc.Calculate(); };
+    using Error = std::runtime_error;
     EXPECT_FALSE(calc.IsInitialized());
-    EXPECT_EQ(error_of(), "calculator has not been initialized");
+    EXPECT_THAT(calculate, ThrowsMessage<Error>("calculator has not been initialized"));
     EXPECT_EQ(calc.Time(), 0u);
     EXPECT_FALSE(calc.Init());  // no data file yet
-    EXPECT_EQ(error_of(), "calculator has not been initialized");
+    EXPECT_THAT(calculate, ThrowsMessage<Error>("calculator has not been initialized"));
     EXPECT_EQ(calc.PowerConsumption(), 0.0);
 
     WriteRow(kType0, "-,50,4,11");  // a missing factor enters the arithmetic as its marker
@@ -178,12 +175,12 @@ TEST_F(CalculatorTest, LifecycleAndOneSnapshot) {
               "I [Energy] main_power : 55.000000|I [Energy] speaker : 0.615394|");
 
     tvsim::SetVconf("memory/ave/powerconsumption", std::string(R"({"ANA":"700","DutySum":"800"})"));
-    EXPECT_EQ(error_of(), "RESOLUTION is not available");
+    EXPECT_THAT(calculate, ThrowsMessage<Error>("RESOLUTION is not available"));
     // Even a state that needs no register fails without ANA, DutySum or RESOLUTION.
     tvsim::SetVconf("memory/ave/powerconsumption",
                     std::string(R"({"DutySum":"800","RESOLUTION":"2160"})"));
     Set(3, 0);
-    EXPECT_EQ(error_of(), "ANA is not available");
+    EXPECT_THAT(calculate, ThrowsMessage<Error>("ANA is not available"));
     EXPECT_EQ(calc.PowerConsumption(), watts);
 }
 
