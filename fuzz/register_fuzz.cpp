@@ -26,16 +26,16 @@ FUZZ_TARGET(Registers) {
     }
     for (int i = powermeter::ANA; i <= powermeter::TEMP; ++i) {
         const auto r = static_cast<powermeter::_SYSTEMREGISTER>(i);
-        bool threw = false;
+        // An available register has its value; any other throws.
+        const bool available = registers.IsAvailable(r);
         try {
-            if (registers.Value(r) == powermeter::Registers::kNotAvailable) {
+            if (registers.Value(r) == powermeter::Registers::kNotAvailable || !available) {
                 std::abort();
             }
         } catch (const std::runtime_error&) {
-            threw = true;
-        }
-        if (threw == registers.IsAvailable(r)) {
-            std::abort();
+            if (available) {
+                std::abort();
+            }
         }
     }
     return 0;
