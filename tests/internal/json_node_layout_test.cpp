@@ -5,25 +5,17 @@
 
 #include "SharedJson.h"
 
-// ---- The node layout that clear_node relies on ----
-
 namespace {
 
 // Counts json-glib's CRITICAL messages while alive instead of printing them.
-class CriticalCounter {
-  public:
-    CriticalCounter() {
-        id_ = g_log_set_handler("Json", G_LOG_LEVEL_CRITICAL, &CriticalCounter::Count, &count_);
+struct CriticalCounter {
+    CriticalCounter() : id(g_log_set_handler("Json", G_LOG_LEVEL_CRITICAL, &Count, &count)) {}
+    ~CriticalCounter() { g_log_remove_handler("Json", id); }
+    static void Count(const gchar*, GLogLevelFlags, const gchar*, gpointer n) {
+        ++*static_cast<int*>(n);
     }
-    ~CriticalCounter() { g_log_remove_handler("Json", id_); }
-    int count() const { return count_; }
-
-  private:
-    static void Count(const gchar*, GLogLevelFlags, const gchar*, gpointer count) {
-        ++*static_cast<int*>(count);
-    }
-    guint id_ = 0;
-    int count_ = 0;
+    int count = 0;
+    guint id;
 };
 
 JsonNode* WithPayload(JsonNodeType type) {
@@ -52,13 +44,11 @@ TEST(JsonNodeLayout, ClearNodeLeavesANullNodeWithoutPayload) {
         EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_NULL);
         // Re-typing the node without setting a payload shows what json-glib finds there.
         json_node_init(node, type);
-        if (type == JSON_NODE_OBJECT) {
-            EXPECT_EQ(json_node_get_object(node), nullptr);
-        } else if (type == JSON_NODE_ARRAY) {
-            EXPECT_EQ(json_node_get_array(node), nullptr);
-        } else {
-            EXPECT_EQ(json_node_get_value_type(node), G_TYPE_INVALID);
-        }
+        const bool empty = type == JSON_NODE_OBJECT ? json_node_get_object(node) == nullptr
+                           : type == JSON_NODE_ARRAY
+                               ? json_node_get_array(node) == nullptr
+                               : json_node_get_value_type(node) == G_TYPE_INVALID;
+        EXPECT_TRUE(empty) << "node type " << type;
         json_node_unref(node);
     }
 }
@@ -68,7 +58,7 @@ TEST(JsonNodeLayout, ClearNodeLeavesASharedNodeAlone) {
     {
         CriticalCounter criticals;
         common::json::bugfix::clear_node(node);
-        EXPECT_EQ(criticals.count(), 1);  // json-glib refused a node with two holders
+        EXPECT_EQ(criticals.count, 1);  // json-glib refused a node with two holders
     }
     EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_OBJECT);
     EXPECT_NE(json_node_get_object(node), nullptr);
