@@ -10,7 +10,6 @@
 #include <cstring>
 #include <functional>
 #include <iterator>
-#include <memory>
 #include <random>
 #include <set>
 #include <sstream>
@@ -196,18 +195,16 @@ TEST(JsonRoundTrip, DocumentsKeepTheFuzzInvariantsAndMatchJsonGlib) {
         ASSERT_FALSE(doc.isNull()) << "not accepted";
         invariants(reinterpret_cast<const uint8_t*>(text.data()), text.size());
 
-        std::unique_ptr<JsonParser, void (*)(gpointer)> parser(json_parser_new(), g_object_unref);
-        ASSERT_TRUE(json_parser_load_from_data(parser.get(), text.c_str(), -1, nullptr));
+        g_autoptr(JsonParser) parser = json_parser_new();
+        ASSERT_TRUE(json_parser_load_from_data(parser, text.c_str(), -1, nullptr));
         for (const bool pretty : {false, true}) {
-            std::unique_ptr<gchar, void (*)(gpointer)> glib(
-                json_to_string(json_parser_get_root(parser.get()), pretty), g_free);
-            std::unique_ptr<JsonParser, void (*)(gpointer)> again(json_parser_new(),
-                                                                  g_object_unref);
-            if (std::strchr(glib.get(), '\x1f') != nullptr ||
-                !json_parser_load_from_data(again.get(), glib.get(), -1, nullptr)) {
+            g_autofree gchar* glib = json_to_string(json_parser_get_root(parser), pretty);
+            g_autoptr(JsonParser) again = json_parser_new();
+            if (std::strchr(glib, '\x1f') != nullptr ||
+                !json_parser_load_from_data(again, glib, -1, nullptr)) {
                 continue;  // json-glib's own text is not JSON here
             }
-            EXPECT_EQ(doc.toString(pretty), glib.get());
+            EXPECT_EQ(doc.toString(pretty), glib);
             ++compared;
         }
     }

@@ -121,24 +121,27 @@ TEST(JsonConversion, Table) {
 }
 
 TEST(JsonPredicates, Table) {
-    // A value, then: its type as a number; isConvertibleTo each type, Null to Array; isDouble,
-    // isInt, isString, isBool; size and empty.
+    // A value (the JsonType constructors give the zero of each kind), then: its type as a
+    // number; isConvertibleTo each type, Null to Array; isDouble, isInt, isString, isBool; size
+    // and empty.
     const struct {
         JsonValue value;
         const char* predicates;
     } rows[] = {
         {JsonValue(), "0 1111111 0000 01"},
-        {JsonValue(false), "1 1111100 0001 00"},
+        {JsonValue(JsonType::Bool), "1 1111100 0001 00"},
         {JsonValue(true), "1 0111100 0001 00"},
-        {JsonValue(0), "2 1111100 1100 00"},
+        {JsonValue(JsonType::Int), "2 1111100 1100 00"},
+        // "!": isConvertibleTo(Null) throws, as it goes through asInt().
+        {JsonValue(2147483648LL), "2 !111100 1100 00"},
         {JsonValue(5LL), "2 0111100 1100 00"},
-        {JsonValue(0.0), "3 1111100 1100 00"},
+        {JsonValue(JsonType::Double), "3 1111100 1100 00"},
         {JsonValue(2.5), "3 0111100 1100 00"},
         {JsonValue(kTwo63), "3 0111100 1100 00"},
         {JsonValue(-kTwo63), "3 0111100 1100 00"},
         {JsonValue(1e19), "3 0101100 1000 00"},
         {JsonValue(std::nan("")), "3 0101100 1000 00"},
-        {JsonValue(""), "4 0000100 0010 00"},
+        {JsonValue(JsonType::String), "4 0000100 0010 00"},
         {JsonValue(JsonType::Object), "5 1000010 0000 01"},
         {Parse("{\"a\":1,\"b\":2}"), "5 0000010 0000 20"},
         {JsonValue(JsonType::Array), "6 1000001 0000 01"},
@@ -149,7 +152,8 @@ TEST(JsonPredicates, Table) {
         const JsonValue& v = r.value;
         std::string got = std::to_string(static_cast<int>(v.type())) + ' ';
         for (int t = 0; t <= 6; ++t) {
-            got += v.isConvertibleTo(static_cast<JsonType>(t)) ? '1' : '0';
+            got +=
+                Outcome([&] { return v.isConvertibleTo(static_cast<JsonType>(t)) ? "1" : "0"; })[0];
         }
         EXPECT_FALSE(v.isConvertibleTo(static_cast<JsonType>(7)));
         got += ' ';
@@ -159,15 +163,6 @@ TEST(JsonPredicates, Table) {
         got += " " + std::to_string(v.size()) + (v.empty() ? "1" : "0");
         EXPECT_EQ(got, r.predicates) << Text(v);
     }
-    // An Int outside int32 goes through asInt() and throws; kept deliberately.
-    EXPECT_EQ(Outcome([] {
-                  return std::to_string(JsonValue(2147483648LL).isConvertibleTo(JsonType::Null));
-              }),
-              "!int64_t value exceed int32_t range");
-    // JsonType constructors give the zero of each kind.
-    EXPECT_EQ(Text(JsonValue(JsonType::Int)) + Text(JsonValue(JsonType::Bool)) +
-                  Text(JsonValue(JsonType::String)) + Text(JsonValue(JsonType::Double)),
-              "0false\"\"0.0");
 }
 
 TEST(JsonAccess, ConstAccessNeverCreatesNonConstAccessDoes) {
@@ -187,8 +182,8 @@ TEST(JsonAccess, ConstAccessNeverCreatesNonConstAccessDoes) {
     EXPECT_EQ(Text(object) + Text(list) + Text(vivified) + Text(members),
               "{\"a\":1,\"b\":null}[null,null,null][null,7]{\"z\":1,\"a\":2}");
     EXPECT_EQ(members.getMemberNames(), (std::vector<std::string>{"z", "a"}));
-    EXPECT_TRUE(members.isMember("a") && members.isMember(std::string("z")));
-    EXPECT_FALSE(members.isMember("q"));
+    EXPECT_TRUE(members.isMember("a") && members.isMember(std::string("z")) &&
+                !members.isMember("q"));
 
     // A null value answers queries quietly; resize() makes it an array.
     JsonValue quiet;
@@ -229,9 +224,8 @@ TEST(JsonAccess, WrongKindThrowsInvalidTypeAndLeavesTheValue) {
             EXPECT_EQ(Text(v), before);
         }
     }
-}
 
-TEST(JsonAccess, GetCopiesAppendResizeRemove) {
+    // get() gives a copy, or the default.
     JsonValue doc = Parse("{\"a\":{\"x\":1},\"b\":[10,20]}");
     JsonValue a = doc.get("a", JsonValue());
     a["x"] = 2;
@@ -273,11 +267,6 @@ TEST(JsonSharedTree, ChildrenChangeKindInPlaceAndTravelWithMoves) {
     EXPECT_TRUE(moved.isNull());
     target = std::move(target);
     EXPECT_EQ(Text(target), "{\"a\":2}");
-
-    // Equality compares numbers by value and objects regardless of member order.
-    EXPECT_TRUE(Parse("[4]") == Parse("[4.0]"));
-    EXPECT_TRUE(Parse("{\"a\":1,\"b\":2}") == Parse("{\"b\":2,\"a\":1}"));
-    EXPECT_FALSE(Parse("{\"a\":1}") == Parse("{\"a\":\"1\"}") || Parse("[1,2]") == Parse("[2,1]"));
 }
 
 // A child handed out by reference must never outlive what it stands for: after a member is
@@ -300,7 +289,6 @@ TEST(JsonSharedTree, NoStaleChildAfterTheDocumentChanges) {
          "5"},
         {"[0,1,2,3]", "0 1 2 3", [](auto& d) { d.resize(1); }, [](auto& d) { d[2] = 20; },
          "[0,null,20]"},
-        {"[0,1,2]", "0 2", [](auto& d) { d.resize(1); }, [](auto& d) { d[0] = 100; }, "[100]"},
         {"{\"a\":1}", "a", [](auto& d) { d = 5; }, [](auto&) {}, "5"},
         {"1", "", [](auto& d) { d = 5; }, [](auto&) {}, "5"},
         {"{\"a\":1}", "a", [&](auto& d) { d = five; }, [](auto& d) { d[0] = 6; }, "[6]"},
@@ -323,9 +311,7 @@ TEST(JsonSharedTree, NoStaleChildAfterTheDocumentChanges) {
         std::vector<JsonValue> holders(16, JsonValue(-1));
         r.write(doc);
         EXPECT_EQ(Text(doc), r.expected) << r.start << " cached " << r.cached;
-        for (const JsonValue& h : holders) {
-            EXPECT_EQ(Text(h), "-1");
-        }
+        EXPECT_TRUE(holders == std::vector<JsonValue>(16, JsonValue(-1)));
     }
 }
 
