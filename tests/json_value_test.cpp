@@ -165,22 +165,29 @@ TEST(JsonPredicates, Table) {
     }
 }
 
-TEST(JsonAccess, ConstAccessNeverCreatesNonConstAccessDoes) {
-    const JsonValue doc = Parse("{\"a\":1}"), null, array = Parse("[1]");
-    for (const JsonValue* missing : {&doc["missing"], &null["x"], &null[0], &array[1]}) {
+TEST(JsonAccess, ConstAccessFindsNonConstAccessCreatesGetCopies) {
+    const JsonValue doc = Parse("{\"a\":{\"x\":1},\"b\":[10,20]}"), null;
+    for (const JsonValue* missing : {&doc["missing"], &null["x"], &null[0], &doc["b"][2]}) {
         EXPECT_EQ(missing, &JsonValue::Null());
     }
-    EXPECT_EQ(Text(doc), "{\"a\":1}");
+    // get() gives a copy of the child, or of the default.
+    JsonValue a = doc.get("a", JsonValue()), fallback(JsonType::Object);
+    a["x"] = 2;
+    doc.get("missing", fallback)["y"] = 1;
+    EXPECT_EQ(Text(doc) + Text(fallback), "{\"a\":{\"x\":1},\"b\":[10,20]}{}");
+    EXPECT_EQ(Text(doc["b"].get(1, JsonValue())) + Text(doc["b"].get(2, JsonValue(-1))), "20-1");
 
-    JsonValue object = Parse("{\"a\":1}"), list(JsonType::Array), vivified, members;
+    JsonValue object = Parse("{\"a\":1}"), list, vivified, members;
     EXPECT_TRUE(object["b"].isNull());
-    EXPECT_TRUE(list[2].isNull());
+    object.removeMember("a");
+    list.append(JsonValue(1));
+    list.resize(3);
     vivified[1] = 7;
     members["z"] = 1;
     members["a"] = 2;
     EXPECT_EQ(&members["z"], &members["z"]);
     EXPECT_EQ(Text(object) + Text(list) + Text(vivified) + Text(members),
-              "{\"a\":1,\"b\":null}[null,null,null][null,7]{\"z\":1,\"a\":2}");
+              "{\"b\":null}[1,null,null][null,7]{\"z\":1,\"a\":2}");
     EXPECT_EQ(members.getMemberNames(), (std::vector<std::string>{"z", "a"}));
     EXPECT_TRUE(members.isMember("a") && members.isMember(std::string("z")) &&
                 !members.isMember("q"));
@@ -189,8 +196,7 @@ TEST(JsonAccess, ConstAccessNeverCreatesNonConstAccessDoes) {
     JsonValue quiet;
     quiet.removeMember("a");
     EXPECT_TRUE(!quiet.isMember("a") && quiet.getMemberNames().empty() && quiet.isNull());
-    EXPECT_EQ(quiet.get("a", JsonValue(3)).asInt(), 3);
-    EXPECT_EQ(quiet.get(2, JsonValue("d")).asString(), "d");
+    EXPECT_EQ(Text(quiet.get("a", JsonValue(3))) + Text(quiet.get(2, JsonValue("d"))), "3\"d\"");
     quiet.resize(0);
     EXPECT_EQ(quiet.type(), JsonType::Array);
 }
@@ -201,18 +207,17 @@ TEST(JsonAccess, WrongKindThrowsInvalidTypeAndLeavesTheValue) {
         const std::string before = Text(v);
         const JsonValue& c = v;
         const bool object = v.type() == JsonType::Object, array = v.type() == JsonType::Array;
-        const JsonValue one(1);
         const std::vector<std::pair<bool, std::function<void()>>> calls = {
             {object, [&] { v["a"]; }},
             {object, [&] { c["a"]; }},
-            {object, [&] { v.get("a", one); }},
+            {object, [&] { v.get("a", c); }},
             {object, [&] { v.isMember("a"); }},
             {object, [&] { v.removeMember("zz"); }},
             {object, [&] { v.getMemberNames(); }},
             {array, [&] { v[0]; }},
             {array, [&] { c[0]; }},
-            {array, [&] { v.get(0, one); }},
-            {array, [&] { v.append(one); }},
+            {array, [&] { v.get(0, c); }},
+            {array, [&] { v.append(c); }},
             {array, [&] { v.append(JsonValue(2)); }},
             {array, [&] { v.resize(1); }},
         };
@@ -224,25 +229,6 @@ TEST(JsonAccess, WrongKindThrowsInvalidTypeAndLeavesTheValue) {
             EXPECT_EQ(Text(v), before);
         }
     }
-
-    // get() gives a copy, or the default.
-    JsonValue doc = Parse("{\"a\":{\"x\":1},\"b\":[10,20]}");
-    JsonValue a = doc.get("a", JsonValue());
-    a["x"] = 2;
-    EXPECT_EQ(doc["a"]["x"].asInt(), 1);
-    EXPECT_EQ(Text(doc.get(std::string("b"), JsonValue())), "[10,20]");
-    EXPECT_EQ(doc["b"].get(1, JsonValue()).asInt(), 20);
-    EXPECT_EQ(doc["b"].get(2, JsonValue(-1)).asInt(), -1);
-    JsonValue fallback(JsonType::Object);
-    doc.get("missing", fallback)["y"] = 1;
-    EXPECT_TRUE(fallback.empty());
-
-    JsonValue list;
-    list.append(JsonValue(1));
-    list.resize(3);
-    EXPECT_EQ(Text(list), "[1,null,null]");
-    doc.removeMember("a");
-    EXPECT_EQ(Text(doc), "{\"b\":[10,20]}");
 }
 
 TEST(JsonSharedTree, ChildrenChangeKindInPlaceAndTravelWithMoves) {
@@ -264,9 +250,8 @@ TEST(JsonSharedTree, ChildrenChangeKindInPlaceAndTravelWithMoves) {
     EXPECT_EQ(Text(moved) + Text(source), "{\"a\":2}{\"again\":1}");
     JsonValue target(5);
     target = std::move(moved);
-    EXPECT_TRUE(moved.isNull());
     target = std::move(target);
-    EXPECT_EQ(Text(target), "{\"a\":2}");
+    EXPECT_EQ(Text(target) + Text(moved), "{\"a\":2}null");
 }
 
 // A child handed out by reference must never outlive what it stands for: after a member is
@@ -274,11 +259,10 @@ TEST(JsonSharedTree, ChildrenChangeKindInPlaceAndTravelWithMoves) {
 // as it is now. Each row caches children, changes the document, lets other values take the
 // memory the change freed, then writes through fresh access and checks the whole document.
 TEST(JsonSharedTree, NoStaleChildAfterTheDocumentChanges) {
-    using Step = std::function<void(JsonValue&)>;
     const JsonValue five = Parse("[5]"), object = Parse("{\"b\":2}"), null;
     const struct {
         const char *start, *cached;
-        Step change, write;
+        std::function<void(JsonValue&)> change, write;
         const char* expected;
     } rows[] = {
         {"{\"a\":1,\"b\":2}", "a b", [](auto& d) { d.removeMember("a"); },

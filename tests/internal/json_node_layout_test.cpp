@@ -18,18 +18,6 @@ struct CriticalCounter {
     guint id;
 };
 
-JsonNode* WithPayload(JsonNodeType type) {
-    JsonNode* node = json_node_new(type);
-    if (type == JSON_NODE_OBJECT) {
-        json_node_take_object(node, json_object_new());
-    } else if (type == JSON_NODE_ARRAY) {
-        json_node_take_array(node, json_array_new());
-    } else {
-        json_node_set_string(node, "payload");
-    }
-    return node;
-}
-
 }  // namespace
 
 TEST(JsonNodeLayout, MatchesTheLoadedJsonGlib) {
@@ -38,8 +26,9 @@ TEST(JsonNodeLayout, MatchesTheLoadedJsonGlib) {
 }
 
 TEST(JsonNodeLayout, ClearNodeLeavesANullNodeWithoutPayload) {
-    for (JsonNodeType type : {JSON_NODE_OBJECT, JSON_NODE_ARRAY, JSON_NODE_VALUE}) {
-        JsonNode* node = WithPayload(type);
+    for (const char* text : {"{}", "[]", "\"payload\""}) {
+        JsonNode* node = json_from_string(text, nullptr);
+        const JsonNodeType type = json_node_get_node_type(node);
         common::json::bugfix::clear_node(node);
         EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_NULL);
         // Re-typing the node without setting a payload shows what json-glib finds there.
@@ -48,13 +37,13 @@ TEST(JsonNodeLayout, ClearNodeLeavesANullNodeWithoutPayload) {
                            : type == JSON_NODE_ARRAY
                                ? json_node_get_array(node) == nullptr
                                : json_node_get_value_type(node) == G_TYPE_INVALID;
-        EXPECT_TRUE(empty) << "node type " << type;
+        EXPECT_TRUE(empty) << text;
         json_node_unref(node);
     }
 }
 
 TEST(JsonNodeLayout, ClearNodeLeavesASharedNodeAlone) {
-    JsonNode* node = json_node_ref(WithPayload(JSON_NODE_OBJECT));
+    JsonNode* node = json_node_ref(json_from_string("{}", nullptr));
     {
         CriticalCounter criticals;
         common::json::bugfix::clear_node(node);
