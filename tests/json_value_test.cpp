@@ -1,5 +1,5 @@
 // The JSON value layer: the conversion table and its bounds, predicates, access rules,
-// shared-tree semantics, stale cached children, parsing and serialisation.
+// shared-tree semantics, stale cached children and the shared handle's moves.
 #include <climits>
 #include <cmath>
 #include <functional>
@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "SharedJson.h"
-#include "TestSupport.h"
 
 using common::json::JsonException;
 using common::json::JsonType;
