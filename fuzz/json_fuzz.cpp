@@ -22,25 +22,25 @@ namespace {
 
 constexpr int kMaxDepth = 48;
 
-// Calls `f`; range and kind failures are expected, anything else is not.
+// Calls `f`; true when it fails with a JsonException. Range and kind failures are expected,
+// anything else is not.
 template <typename F>
-void Try(F f) {
+bool Throws(F f) {
     try {
         (void)f();
+        return false;
     } catch (const JsonException&) {
+        return true;
     }
 }
 
 // Calls every conversion and predicate.
 void Convert(const JsonValue& v) {
-    Try([&] { return v.asInt(); });
-    Try([&] { return v.asUInt(); });
-    Try([&] { return v.asInt64(); });
-    Try([&] { return v.asDouble(); });
-    Try([&] { return v.asBool(); });
-    Try([&] { return v.asString(); });
+    (void)(Throws([&] { return v.asInt(); }) + Throws([&] { return v.asUInt(); }) +
+           Throws([&] { return v.asInt64(); }) + Throws([&] { return v.asDouble(); }) +
+           Throws([&] { return v.asBool(); }) + Throws([&] { return v.asString(); }));
     for (int t = 0; t <= 7; ++t) {
-        Try([&] { return v.isConvertibleTo(static_cast<JsonType>(t)); });
+        Throws([&] { return v.isConvertibleTo(static_cast<JsonType>(t)); });
     }
     (void)(v.isNull() + v.isBool() + v.isString() + v.isInt() + v.isDouble() + v.empty());
 }
@@ -68,10 +68,8 @@ bool Walk(const JsonValue& v, int depth) {
                 }
                 representable = Walk(v[name], depth + 1) && representable;
             }
-            try {
-                (void)v[0];
+            if (!Throws([&] { return v[0]; })) {
                 __builtin_trap();  // an object has no elements
-            } catch (const JsonException&) {
             }
             break;
         case JsonType::Array:
@@ -83,24 +81,23 @@ bool Walk(const JsonValue& v, int depth) {
             }
             break;
         default:
-            try {
-                (void)v["k"];
-                if (!v.isNull()) {
-                    __builtin_trap();  // a scalar has no members
-                }
-            } catch (const JsonException&) {
+            if (!v.isNull() && !Throws([&] { return v["k"]; })) {
+                __builtin_trap();  // a scalar has no members
             }
             break;
     }
     return representable;
 }
 
-// Changes a copy in place through child references and checks the original is untouched.
+// Changes a copy in place through child references, checks through const access (which
+// looks each child up afresh) that every change landed, and that the original is untouched.
 void Mutate(const JsonValue& original, const std::string& original_text) {
     JsonValue copy(original);
-    if (!(copy == original)) {
-        __builtin_trap();
+    const JsonValue& c = copy;
+    if (!(copy == original) || copy.toString(false) != original_text) {
+        __builtin_trap();  // a copy keeps member order too
     }
+    bool landed = true;
     switch (copy.type()) {
         case JsonType::Object: {
             const std::vector<std::string> names = copy.getMemberNames();
@@ -111,11 +108,12 @@ void Mutate(const JsonValue& original, const std::string& original_text) {
                     last["added"] = 1.5;
                 }
                 copy.removeMember(names[names.size() / 2]);
+                landed = !c.isMember(names[names.size() / 2]) &&
+                         (names.size() < 2 || c[names.front()] == original);
             }
-            try {
-                copy["new"].append(JsonValue("x"));
-            } catch (const JsonException&) {
-                // "new" was already there, and not an array
+            // Fails when "new" was already there, and not an array.
+            if (!Throws([&] { copy["new"].append(JsonValue("x")); })) {
+                landed = landed && c["new"][c["new"].size() - 1].asString() == "x";
             }
             break;
         }
@@ -127,21 +125,23 @@ void Mutate(const JsonValue& original, const std::string& original_text) {
                 copy.resize(n / 2);
             }
             copy[n + 1] = true;
-            copy.append(original);
+            copy.append(JsonValue(original));
+            landed = c.size() == n + 3 && c[n + 1].asBool() && c[n + 2] == original &&
+                     (n < 2 || c[0]["k"] == original);
             break;
         }
         default:
             copy = JsonValue(JsonType::Array);
             copy.append(original);
+            landed = c.size() == 1 && c[0] == original;
             break;
     }
     JsonValue moved(std::move(copy));
     const std::string text = moved.toString(false);
-    if (!copy.isNull() || JsonValue::Create(text).isNull()) {
+    // The original stays as it was: the copy shares nothing with it.
+    if (!landed || !copy.isNull() || JsonValue::Create(text).isNull() ||
+        original.toString(false) != original_text) {
         __builtin_trap();
-    }
-    if (original.toString(false) != original_text) {
-        __builtin_trap();  // the copy shared something with the original
     }
 }
 
@@ -162,10 +162,7 @@ FUZZ_TARGET(JsonValue) {
     if ((!written_null && again.isNull()) || !g_utf8_validate(compact.c_str(), -1, nullptr)) {
         __builtin_trap();  // the text written is not JSON
     }
-    if (representable && !(again == doc)) {
-        __builtin_trap();
-    }
-    if (representable && !(JsonValue::Create(doc.toString(true)) == doc)) {
+    if (representable && (!(again == doc) || !(JsonValue::Create(doc.toString(true)) == doc))) {
         __builtin_trap();
     }
     Mutate(doc, compact);

@@ -5,38 +5,18 @@
 
 #include "SharedJson.h"
 
-// ---- The node layout that clear_node relies on ----
-
 namespace {
 
 // Counts json-glib's CRITICAL messages while alive instead of printing them.
-class CriticalCounter {
-  public:
-    CriticalCounter() {
-        id_ = g_log_set_handler("Json", G_LOG_LEVEL_CRITICAL, &CriticalCounter::Count, &count_);
+struct CriticalCounter {
+    CriticalCounter() : id(g_log_set_handler("Json", G_LOG_LEVEL_CRITICAL, &Count, &count)) {}
+    ~CriticalCounter() { g_log_remove_handler("Json", id); }
+    static void Count(const gchar*, GLogLevelFlags, const gchar*, gpointer n) {
+        ++*static_cast<int*>(n);
     }
-    ~CriticalCounter() { g_log_remove_handler("Json", id_); }
-    int count() const { return count_; }
-
-  private:
-    static void Count(const gchar*, GLogLevelFlags, const gchar*, gpointer count) {
-        ++*static_cast<int*>(count);
-    }
-    guint id_ = 0;
-    int count_ = 0;
+    int count = 0;
+    guint id;
 };
-
-JsonNode* WithPayload(JsonNodeType type) {
-    JsonNode* node = json_node_new(type);
-    if (type == JSON_NODE_OBJECT) {
-        json_node_take_object(node, json_object_new());
-    } else if (type == JSON_NODE_ARRAY) {
-        json_node_take_array(node, json_array_new());
-    } else {
-        json_node_set_string(node, "payload");
-    }
-    return node;
-}
 
 }  // namespace
 
@@ -46,29 +26,28 @@ TEST(JsonNodeLayout, MatchesTheLoadedJsonGlib) {
 }
 
 TEST(JsonNodeLayout, ClearNodeLeavesANullNodeWithoutPayload) {
-    for (JsonNodeType type : {JSON_NODE_OBJECT, JSON_NODE_ARRAY, JSON_NODE_VALUE}) {
-        JsonNode* node = WithPayload(type);
+    for (const char* text : {"{}", "[]", "\"payload\""}) {
+        JsonNode* node = json_from_string(text, nullptr);
+        const JsonNodeType type = json_node_get_node_type(node);
         common::json::bugfix::clear_node(node);
         EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_NULL);
         // Re-typing the node without setting a payload shows what json-glib finds there.
         json_node_init(node, type);
-        if (type == JSON_NODE_OBJECT) {
-            EXPECT_EQ(json_node_get_object(node), nullptr);
-        } else if (type == JSON_NODE_ARRAY) {
-            EXPECT_EQ(json_node_get_array(node), nullptr);
-        } else {
-            EXPECT_EQ(json_node_get_value_type(node), G_TYPE_INVALID);
-        }
+        const bool empty = type == JSON_NODE_OBJECT ? json_node_get_object(node) == nullptr
+                           : type == JSON_NODE_ARRAY
+                               ? json_node_get_array(node) == nullptr
+                               : json_node_get_value_type(node) == G_TYPE_INVALID;
+        EXPECT_TRUE(empty) << text;
         json_node_unref(node);
     }
 }
 
 TEST(JsonNodeLayout, ClearNodeLeavesASharedNodeAlone) {
-    JsonNode* node = json_node_ref(WithPayload(JSON_NODE_OBJECT));
+    JsonNode* node = json_node_ref(json_from_string("{}", nullptr));
     {
         CriticalCounter criticals;
         common::json::bugfix::clear_node(node);
-        EXPECT_EQ(criticals.count(), 1);  // json-glib refused a node with two holders
+        EXPECT_EQ(criticals.count, 1);  // json-glib refused a node with two holders
     }
     EXPECT_EQ(json_node_get_node_type(node), JSON_NODE_OBJECT);
     EXPECT_NE(json_node_get_object(node), nullptr);
