@@ -1,89 +1,144 @@
-// energy-sim, run as a separate process: the reports of a known day computed independently
-// from the factor row, the summary's accounting, the availability check and bad input.
+// energy-sim: its parsers and recorder, then the program run as a separate process: a day of
+// reports computed independently from the factor row, hostile input, failing outputs, signals,
+// every speed, restarts, wall-clock jumps and block mode.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdio>
-#include <fstream>
+#include <filesystem>
 #include <sstream>
+#include <variant>
 
+#include "Error.h"
+#include "LogTexts.h"
+#include "Options.h"
+#include "Recorder.h"
+#include "Scenario.h"
 #include "SharedJson.h"
 #include "SimProcess.h"
 #include "TestSupport.h"
 
 namespace {
 
-using simtest::Data;
-using simtest::Lines;
+using common::json::JsonValue;
+using simtest::Has;
 using simtest::Result;
 using simtest::RunSim;
 using testsupport::TempDir;
 
-// ---- a known day, computed independently from the factor row ----
-
-struct Row {
-    double od_min, od_max, vf_min, vf_max, alpha, block, type, cell, main, main_lpm, speaker;
-};
-
-// Row 103 of the sample data set (24_QUASAR_55, VP55UA2X01), backlight type 2.
-Row QuasarRow() {
-    std::ifstream in(Data("energy_factors.dat"));
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.rfind("103,", 0) == 0) {
-            std::vector<std::string> t;
-            std::stringstream ss(line);
-            std::string tok;
-            while (std::getline(ss, tok, ','))
-                t.push_back(tok);
-            auto d = [&](int i) { return std::strtod(t.at(i).c_str(), nullptr); };
-            return {d(7), d(8), d(9), d(10), d(11), d(12), d(13), d(15), d(16), d(17), d(18)};
-        }
-    }
-    ADD_FAILURE() << "row 103 missing";
-    return {};
+// Writes `scenario` to a file and runs it with the given further arguments, without a log.
+Result RunScenario(const TempDir& dir, const std::string& scenario, std::vector<std::string> args) {
+    testsupport::WriteText(dir.File("s.txt"), scenario);
+    args.insert(args.end(), {"--scenario", dir.File("s.txt"), "--log-level", "none"});
+    return RunSim(args);
 }
 
-// Watts of a type-2 set watching (ANA, DutySum, resolution, volume on the TV speaker).
-double WattsWatching(const Row& f, double ana, double duty, double res, double volume) {
-    double od = (f.od_max - f.od_min) * ana / 1023.0 + f.od_min;
-    double current = od * duty / 4095.0 / 1000.0;
-    double vf = (f.vf_max - f.vf_min) * ana / 1023.0 * duty / 1023.0 + f.vf_min;
-    double blu = current * (vf + f.alpha) * f.block + 7.0;
-    double cell = res > 1080 ? f.cell * 1.1 : f.cell;
-    double main = f.main * (res > 1080 ? 1.1 : 1.0);
-    double speaker = std::pow(f.speaker, volume / 100.0) - 1.0;
-    return blu + cell + main + speaker;
+TEST(EnergySimParseTest, StartTimesAreRealDates) {
+    for (const char* good : {"2026-01-05T00:00:00Z", "2024-02-29T23:59:59Z"}) {
+        int64_t epoch = 0;
+        EXPECT_TRUE(energysim::ParseStart(good, &epoch)) << good;
+    }
+    for (const char* bad : {"2026-02-31T00:00:00Z", "2026-01-05T99:99:99Z", "2025-02-29T00:00:00Z",
+                            "2026-01-05T00:00:60Z", "2026-1-5T00:00:00Z",
+                            "2026-01-05T00:00:00Zjunk", "1969-12-31T23:59:59Z"}) {
+        int64_t epoch = 0;
+        EXPECT_FALSE(energysim::ParseStart(bad, &epoch)) << bad;
+    }
+}
+
+TEST(EnergySimParseTest, ClockTakesOneSignedDuration) {
+    struct Row {
+        const char* line;
+        long long seconds;
+        const char* label;
+    } rows[] = {{"0 clock -2d", -172800, "clock -2d"},
+                {"0 clock +5m", 300, "clock +5m"},
+                {"0 clock +90m", 5400, "clock +1h30m"},
+                {"0 clock -01:00:01", -3601, "clock -1h1s"}};
+    for (const Row& row : rows) {
+        const auto command = energysim::ParseScenario(row.line, "s.txt").entries.at(0).command;
+        ASSERT_TRUE(std::holds_alternative<energysim::command::Clock>(command)) << row.line;
+        EXPECT_EQ(std::get<energysim::command::Clock>(command).seconds, row.seconds) << row.line;
+        EXPECT_EQ(energysim::Describe(command), row.label);
+    }
+    // No sign reads like a time, so it is refused.
+    for (const char* bad : {"0 clock 5m", "0 clock", "0 clock +", "0 clock -0", "0 clock +5x",
+                            "0 clock +5m +1m", "0 clock +-5m"}) {
+        EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
+    }
+}
+
+// Sent energy comes from the reports, whatever the turn lines' rounding; the rest from the turns.
+TEST(EnergySimRecorderTest, SentComesFromTheReportsAndTheRestFromTheTurns) {
+    namespace text = powermeter::logtext;
+    uint64_t now = 100;
+    int turns_seen = 0, reports_seen = 0;
+    energysim::Recorder rec([&] { return now; }, [&](const energysim::Turn&) { ++turns_seen; },
+                            [&](uint64_t, bool) { ++reports_seen; });
+    auto log = [&](const std::string& message) { rec.OnLog("ENERGY_SERVICE", message); };
+    auto turn = [&](const char* state, const char* wh) {
+        log(std::string(text::kTurnRule) + "7=====");
+        log(std::string(text::kPowerStatus) + state);
+        log(std::string(text::kCalculatedPower) + "100.0 (W/h)");
+        log(std::string(text::kInstantaneousPower) + wh);
+        now += 10;
+    };
+    turn("NORMAL", "0.250000");
+    turn("NORMAL", "0.250000");
+    log(text::kUploadNow);
+    rec.OnNotification("dailyPowerConsumption", R"({"cumulativePower":"0.500001"})");
+    turn("PICTURE_OFF", "0.100000");
+    log(text::kUploadNow);
+    log(text::kProtocolNotReady);
+    turn("PICTURE_OFF", "0.125000");
+    log(std::string(text::kTurnRule) + "9=====");
+    log(std::string(text::kTurnFailed) + "no registers");
+    rec.OnLog("OTHER_TAG", std::string(text::kInstantaneousPower) + "5.0");
+    rec.Finish();
+
+    const energysim::Totals t = rec.Snapshot();
+    EXPECT_EQ(t.turns, 5u);
+    EXPECT_EQ(turns_seen, 5);
+    EXPECT_EQ(reports_seen, 2);
+    EXPECT_EQ(t.sent, 1u);
+    EXPECT_DOUBLE_EQ(t.sent_wh, 0.500001);
+    EXPECT_EQ(t.dropped, 1u);
+    EXPECT_DOUBLE_EQ(t.dropped_wh, 0.1);
+    EXPECT_DOUBLE_EQ(t.pending_wh, 0.125);
+    EXPECT_EQ(t.by_state.at("NORMAL").turns, 2u);
+    EXPECT_EQ(t.by_state.at("no estimate").turns, 1u);
+}
+
+// Row 103 of the sample data set (24_QUASAR_55, VP55UA2X01), backlight type 2:
+// OD 500-1800, VF 48-56, ALPHA 1.0, 4 blocks, CELL 12, MAIN 30, SPEAKER 12.
+// Watts watching at ANA 900, DutySum 1000, 2160 lines, volume 30 on the TV speaker.
+double WattsWatching() {
+    const double ana = 900, duty = 1000;
+    const double od = (1800 - 500) * ana / 1023.0 + 500;
+    const double current = od * duty / 4095.0 / 1000.0;
+    const double vf = (56 - 48) * ana / 1023.0 * duty / 1023.0 + 48;
+    return current * (vf + 1.0) * 4 + 7.0 + 12 * 1.1 + 30 * 1.1 + std::pow(12, 0.3) - 1.0;
 }
 
 TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
     TempDir dir;
     // 3 h watching, 1 h picture off (speaker on), then standby until the end of the day.
-    testsupport::WriteText(dir.File("day.txt"),
+    Result r = RunScenario(dir,
                            "0 power on\n0 picture ANA=900 DutySum=1000 RESOLUTION=2160\n"
-                           "0 volume 30\n3h power picture-off\n4h power standby\n");
-    Result r = RunSim(
-        {"--scenario", dir.File("day.txt"), "--log-level", "none", "--plot", dir.File("p.svg")});
+                           "0 volume 30\n3h power picture-off\n4h power standby\n",
+                           {"--plot", dir.File("p.svg")});
     ASSERT_EQ(r.status, 0) << r.err;
 
-    Row f = QuasarRow();
-    const double watching = WattsWatching(f, 900, 1000, 2160, 30);
-    const double picture_off = f.main * 0.7 + (std::pow(f.speaker, 0.3) - 1.0) + 0.0;
-    const double standby = f.main * 0.6;
+    const double watching = WattsWatching(), picture_off = 30 * 0.7 + std::pow(12, 0.3) - 1.0;
     const uint64_t start = 1767571200;  // the default start
-    auto energy_at = [&](uint64_t t) {
-        uint64_t off = t - start;
-        double w = off < 3 * 3600 ? watching : off < 4 * 3600 ? picture_off : standby;
-        double e = w * 10.0 / 3600.0;
-        return e > 22.0 ? 0.0 : e;
-    };
-
     std::vector<std::string> expected;
     double acc = 0;
-    uint64_t first = 0;
-    for (uint64_t i = 0; i < 8640; ++i) {
-        uint64_t t = start + 10 * i;
-        if (first == 0)
-            first = t;
-        acc += energy_at(t);
+    for (uint64_t t = start, first = start; t < start + 86400; t += 10) {
+        const uint64_t off = t - start;
+        acc += (off < 3 * 3600   ? watching
+                : off < 4 * 3600 ? picture_off
+                                 : 30 * 0.6) *
+               10.0 / 3600.0;
         if (t - first >= 900) {
             char buf[64];
             std::snprintf(buf, sizeof buf, "%f", acc);
@@ -91,53 +146,207 @@ TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
                                "\",\"cumulativeUnit\":\"Wh\",\"cumulativeDateUTC\":\"" +
                                std::to_string(first) + "\"}");
             acc = 0;
-            first = 0;
+            first = t + 10;
         }
     }
 
     std::vector<std::string> got;
+    double reported = 0;
     std::istringstream lines(r.out);
-    std::string line;
-    while (std::getline(lines, line)) {
-        auto doc = common::json::JsonValue::Create(line);
+    for (std::string line; std::getline(lines, line);) {
+        const auto doc = JsonValue::Create(line);
         ASSERT_EQ(doc["property"].asString(), "dailyPowerConsumption");
         got.push_back(doc["json"].asString());
+        reported += std::stod(JsonValue::Create(got.back())["cumulativePower"].asString());
     }
     ASSERT_EQ(got.size(), 94u);
     EXPECT_EQ(got, expected);
 
-    // The summary's total is what the reports carried plus what was not yet reported.
-    double reported = 0;
-    for (const std::string& g : got) {
-        reported += std::strtod(
-            common::json::JsonValue::Create(g)["cumulativePower"].asString().c_str(), nullptr);
-    }
+    // The summary: "sent" is the sum of the reports as sent, to the printed precision; the
+    // total adds what was not yet reported.
+    char sent[64];
+    std::snprintf(sent, sizeof sent, "94 sent (%.6f Wh)", reported);
+    EXPECT_TRUE(Has(r.err, sent)) << r.err;
     double total = 0, pending = 0;
-    size_t pos = r.err.find("total energy");
+    const size_t pos = r.err.find("total energy");
     ASSERT_NE(pos, std::string::npos) << r.err;
     ASSERT_EQ(std::sscanf(r.err.c_str() + pos, "total energy %lf Wh (%lf Wh not yet reported)",
                           &total, &pending),
               2);
     EXPECT_NEAR(total, reported + pending, 1e-3);
-    // "sent" is the sum of the reports as sent, to the printed precision.
-    char sent[64];
-    std::snprintf(sent, sizeof sent, "94 sent (%.6f Wh)", reported);
-    EXPECT_NE(r.err.find(sent), std::string::npos) << r.err;
     EXPECT_NEAR(pending, acc, 1e-3);
-    EXPECT_NE(r.err.find("turns            8640"), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("94 sent"), std::string::npos) << r.err;
+    EXPECT_TRUE(Has(r.err, "turns            8640")) << r.err;
     EXPECT_EQ(testsupport::ReadText(dir.File("p.svg")).rfind("<svg", 0), 0u);
 }
 
-TEST(EnergySimRunTest, CheckGivesTheReasonAndBadInputOneLine) {
-    Result r = RunSim({"check", "--profile", Data("devices/china-region.json")});
+TEST(EnergySimRunTest, CheckGivesTheReason) {
+    Result r = RunSim({"check", "--profile", simtest::Data("devices/china-region.json")});
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.out.find("reason: Energy Service Not Supported in China Region"), std::string::npos)
-        << r.out;
-    r = RunSim({"--plugin", "/nonexistent/libenergy.so"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(Lines(r.err), 1) << r.err;
-    EXPECT_NE(r.err.find("No such file or directory"), std::string::npos) << r.err;
+    EXPECT_TRUE(Has(r.out, "reason: Energy Service Not Supported in China Region")) << r.out;
+}
+
+// Bad input: one line, exit status 2, refused before the run.
+TEST(EnergySimInputTest, EachBadInputIsOneLine) {
+    TempDir dir;
+    testsupport::WriteText(dir.File("junk.txt"), "0 \x01\x02\xfe" + std::string(200, 'z') + "\n");
+    testsupport::WriteText(dir.File("long.txt"), "0 note " + std::string(70000, 'n') + "\n");
+    testsupport::WriteText(dir.File("far.txt"), "999999999d999999999d power on\n");
+    const std::string none = dir.File("no/such/dir"), far = dir.File("far.txt");
+    struct Row {
+        std::vector<std::string> args;
+        std::string expected;  // the whole message after "energy-sim: "
+    } rows[] = {
+        {{"--scenario", dir.path()}, "cannot read scenario " + dir.path() + ": not a regular file"},
+        {{"--scenario", far},
+         far + ":1: bad time '999999999d999999999d' (use e.g. 90s, 15m, 3h, 1h30m, 2d or "
+               "HH:MM[:SS])"},
+        {{"--scenario", dir.File("junk.txt")},
+         dir.File("junk.txt") + ":1: unknown command '\\x01\\x02\\xfe" + std::string(37, 'z') +
+             "...'"},
+        {{"--scenario", dir.File("long.txt")},
+         dir.File("long.txt") + ":1: line longer than 65536 bytes"},
+        {{"--start", "2026-02-31T99:99:99Z"},
+         "bad --start '2026-02-31T99:99:99Z' (use YYYY-MM-DDTHH:MM:SSZ)"},
+        {{"--plot", none}, "cannot write plot " + none + ": No such file or directory"},
+        {{"--log", none}, "cannot write log file " + none + ": No such file or directory"},
+        {{"--queue", "daily"}, "bad --queue 'daily' (total or blocks)"},
+        {{"--plugin", "/no/lib.so"},
+         "cannot load plug-in '/no/lib.so': /no/lib.so: cannot open shared object file: No such "
+         "file "
+         "or directory"},
+    };
+    for (const Row& row : rows) {
+        std::vector<std::string> args = row.args;
+        args.insert(args.end(), {"--duration", "366d", "--log-level", "none"});
+        Result r = RunSim(args);
+        EXPECT_EQ(r.status, 2) << row.expected;
+        EXPECT_EQ(r.err, "energy-sim: " + row.expected + "\n");
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+// A failing output or a signal ends the run: a message, its status, no temporary data left;
+// a failure mid-run stops the worker through DestroyPlugin, a signal after the current turn
+// with the summary and the plot.
+TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
+    TempDir out;
+    const std::string log = out.File("log"), plot = out.File("p.svg");
+    const std::vector<std::string> info = {"--log", log, "--log-level", "info"};
+    const std::vector<std::string> paced = {"--speed", "3600",   "--log-level",
+                                            "none",    "--plot", plot};
+    struct Row {
+        int signal;  // 0: an output fails, exit status 2; else 128 + the signal
+        std::string stdout_path;
+        std::vector<std::string> args;
+        std::string expected;  // part of stderr
+    } rows[] = {
+        {0, "/dev/full", info, "energy-sim: cannot write the reports to stdout: No space left"},
+        {0,
+         "",
+         {"--log", "/dev/full", "--log-level", "info"},
+         "cannot write log file /dev/full: No"},
+        {0, "", {"--plot", "/dev/full"}, "energy-sim: cannot write plot /dev/full: No space left"},
+        {SIGINT, "", paced, ", interrupted by SIGINT"},
+        {SIGTERM, "", paced, ", interrupted by SIGTERM"},
+    };
+    for (const Row& row : rows) {
+        TempDir tmp;
+        std::filesystem::remove(plot);
+        simtest::SimCall call;
+        call.args = row.args;
+        call.args.insert(call.args.end(), {"--duration", row.signal != 0 ? "10h" : "1h"});
+        call.stdout_path = row.stdout_path;
+        call.tmpdir = tmp.path();
+        call.signal = row.signal;
+        Result r = RunSim(call);
+        EXPECT_EQ(r.status, row.signal != 0 ? 128 + row.signal : 2) << r.err;
+        EXPECT_TRUE(Has(r.err, row.expected)) << r.err;
+        EXPECT_TRUE(std::filesystem::is_empty(tmp.path())) << "temporary data directory left";
+        if (row.signal != 0) {
+            EXPECT_EQ(testsupport::ReadText(plot).rfind("<svg", 0), 0u);
+        } else if (row.stdout_path == "/dev/full") {
+            EXPECT_TRUE(Has(testsupport::ReadText(log), "elaspsed time to terminate PowerMeter"));
+        }
+    }
+}
+
+// Every speed runs one turn per 10 simulated seconds, to the end.
+TEST(EnergySimSpeedTest, EverySpeedRunsEveryTurn) {
+    struct Row {
+        const char* speed;
+        int warns;  // 1: no machine keeps this speed; 0: any machine does; -1: it depends
+    } rows[] = {{"fast", 0}, {"3600", 0}, {"1e5", -1}, {"1e9", 1}};
+    for (const Row& row : rows) {
+        Result r = RunSim({"--speed", row.speed, "--duration", "1h", "--log-level", "none"});
+        EXPECT_EQ(r.status, 0) << row.speed << r.err;
+        EXPECT_TRUE(Has(r.err, "turns            360\n")) << row.speed << r.err;
+        const bool warned = Has(r.err, "warning: this machine could not keep");
+        EXPECT_TRUE(row.warns < 0 || warned == (row.warns == 1)) << row.speed << r.err;
+    }
+}
+
+// A restart starts a new meter at its time, at the same cadence; the first report after it
+// covers the turns from the restart on. Wall-clock jumps back and forth keep one turn every
+// 10 s; the report after each is stamped on the jumped clock. A 7-day plot keeps a single
+// 10-second peak.
+TEST(EnergySimScenarioTest, RestartsJumpsAndLongPlot) {
+    struct Row {
+        const char* scenario;
+        const char* duration;
+        std::vector<std::string> err, out;  // parts of stderr and stdout
+    } rows[] = {
+        {"0 power on\n1h restart\n",
+         "2h",
+         {"turns            720\n", "restarts         1 ("},
+         {"\"epoch\":1767575700,", "cumulativeDateUTC\\\":\\\"1767574800\\\""}},
+        {"0 power on\n1h clock -2d\n2h clock +2d\n",
+         "3h",
+         {"turns            1080\n"},
+         {"\"epoch\":1767402000,", "\"epoch\":1767578400,"}},  // 01-03 01:00, 01-05 02:00
+        {"0 power standby\n3d12h power on\n+10s power standby\n",
+         "7d",
+         {"NORMAL               0d 00:00:10"},
+         {}},
+    };
+    for (const Row& row : rows) {
+        TempDir dir;
+        Result r = RunScenario(dir, row.scenario,
+                               {"--duration", row.duration, "--plot", dir.File("p.svg")});
+        ASSERT_EQ(r.status, 0) << r.err;
+        for (const std::string& part : row.err) {
+            EXPECT_TRUE(Has(r.err, part)) << r.err;
+        }
+        for (const std::string& part : row.out) {
+            EXPECT_TRUE(Has(r.out, part)) << r.out;
+        }
+        const std::string svg = testsupport::ReadText(dir.File("p.svg"));
+        EXPECT_LT(svg.size(), 1000000u);
+        const size_t peak = svg.find(">peak ");
+        ASSERT_NE(peak, std::string::npos);
+        EXPECT_GT(std::strtod(svg.c_str() + peak + 6, nullptr), 100.0);
+    }
+}
+
+// Block mode over a night with a restart: one daily report of 24 hourly blocks, each hour
+// once, whose energy the summary reads from the blocks.
+TEST(EnergySimBlocksTest, DailyReportHoldsEachHourOnce) {
+    Result r = RunSim({"--queue", "blocks", "--scenario", simtest::Data("scenarios/week.txt"),
+                       "--duration", "1d1h", "--log-level", "none"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(simtest::Lines(r.out), 1) << r.out;
+    const auto line = JsonValue::Create(r.out.substr(0, r.out.find('\n')));
+    const auto report = JsonValue::Create(line["json"].asString());
+    const auto& blocks = report["dailyPowerConsumption"];
+    ASSERT_EQ(blocks.size(), 24u);
+    double wh = 0.0;
+    for (unsigned i = 0; i < blocks.size(); ++i) {
+        EXPECT_EQ(blocks[i]["start"].asDouble(), 1767571200.0 + 3600.0 * i) << i;
+        EXPECT_EQ(blocks[i]["end"].asDouble(), 1767571200.0 + 3600.0 * (i + 1)) << i;
+        wh += blocks[i]["deltaEnergy"].asDouble();
+    }
+    char sent[64];
+    std::snprintf(sent, sizeof sent, "reports          1 sent (%.6f Wh)", wh);
+    EXPECT_TRUE(Has(r.err, sent)) << r.err;
 }
 
 }  // namespace

@@ -32,28 +32,37 @@ int64_t Kernel(clockid_t id) {
     return static_cast<int64_t>(ts.tv_sec) * kSec + ts.tv_nsec;
 }
 
-// A thread doing what the metering worker does: timed waits of 10 s on its own mutex and
-// condition variable, counting them, until told to stop (flag and notify, without the mutex).
-class Sleeper {
+// Like the metering worker: stamps each turn with time() and the monotonic clock, then waits
+// 10 s on its own mutex and condition variable, until told to stop (flag and notify, without
+// the mutex). The stamps are read after Stop.
+class Worker {
   public:
-    Sleeper()
+    Worker()
         : thread_([this] {
               std::unique_lock<std::mutex> lock(mutex_);
               while (!stop_) {
+                  walls_.push_back(time(nullptr));
+                  monotonic_.push_back(Clock(CLOCK_MONOTONIC));
                   ++turns_;
                   wakeups_ +=
                       cond_.wait_for(lock, std::chrono::seconds(10)) == std::cv_status::no_timeout;
               }
           }) {}
-    ~Sleeper() { Stop(); }
-    void Stop() {
+    // A test that failed half-way: release the worker so that it can be joined.
+    ~Worker() {
         if (thread_.joinable()) {
-            stop_ = true;
-            cond_.notify_one();
-            thread_.join();
+            vclock::ClearLimit();
+            Stop();
         }
     }
+    // Call after WaitUntilParked, so that the wake-up cannot be lost.
+    void Stop() {
+        stop_ = true;
+        cond_.notify_one();
+        thread_.join();
+    }
     std::atomic<int> turns_{0}, wakeups_{0};
+    std::vector<int64_t> walls_, monotonic_;
 
   private:
     std::mutex mutex_;
@@ -116,19 +125,19 @@ TEST_F(VirtualClockTest, TimedWaitsMoveBothClocksAtOnceAndOnlyThem) {
 TEST_F(VirtualClockTest, LimitParksTheWaitAndRaisingItReleasesExactlyToTheDeadline) {
     vclock::Enable(kStart);
     vclock::SetLimitSeconds(kStart + 40);  // turns at 0, 10, 20, 30, 40; the wait after 40 parks
-    Sleeper sleeper;
+    Worker worker;
     ASSERT_TRUE(vclock::WaitUntilParked());
-    EXPECT_EQ(sleeper.turns_, 5);
+    EXPECT_EQ(worker.turns_, 5);
     EXPECT_EQ(vclock::ParkedCount(), 1);
     EXPECT_EQ(time(nullptr), kStart + 40);
     vclock::SetLimitSeconds(kStart + 49);  // less than a period releases nothing
     EXPECT_EQ(vclock::ParkedCount(), 1);
     vclock::SetLimitSeconds(kStart + 50);
     ASSERT_TRUE(vclock::WaitUntilParked());
-    EXPECT_EQ(sleeper.turns_, 6);
+    EXPECT_EQ(worker.turns_, 6);
     EXPECT_EQ(time(nullptr), kStart + 50);
-    sleeper.Stop();  // a real notify ends the parked wait without advancing time
-    EXPECT_EQ(sleeper.wakeups_, 1);
+    worker.Stop();  // a real notify ends the parked wait without advancing time
+    EXPECT_EQ(worker.wakeups_, 1);
     EXPECT_EQ(time(nullptr), kStart + 50);
     EXPECT_EQ(vclock::ParkedCount(), 0);
     EXPECT_FALSE(vclock::WaitUntilParked(50));
@@ -138,22 +147,22 @@ TEST_F(VirtualClockTest, StopRightAfterParkingIsNeverLost) {
     vclock::Enable(kStart);
     for (int i = 0; i < 200; ++i) {
         vclock::SetLimitSeconds(vclock::NowSeconds());
-        Sleeper sleeper;
+        Worker worker;
         ASSERT_TRUE(vclock::WaitUntilParked(5000));
-        sleeper.Stop();  // would hang for a re-park if the notify were lost
-        ASSERT_EQ(sleeper.turns_, 1);
+        worker.Stop();  // would hang for a re-park if the notify were lost
+        ASSERT_EQ(worker.turns_, 1);
     }
     // Disabling releases a parked wait; the next one is a real wait, which Stop ends at once.
     vclock::SetLimitSeconds(vclock::NowSeconds());
-    Sleeper sleeper;
+    Worker worker;
     ASSERT_TRUE(vclock::WaitUntilParked());
     vclock::Disable();
     EXPECT_EQ(vclock::ParkedCount(), 0);
-    while (sleeper.turns_ < 2) {
+    while (worker.turns_ < 2) {
         std::this_thread::yield();
     }
     const int64_t before = Kernel(CLOCK_MONOTONIC);
-    sleeper.Stop();
+    worker.Stop();
     EXPECT_LT(Kernel(CLOCK_MONOTONIC) - before, 5 * kSec);
 }
 
@@ -174,52 +183,10 @@ TEST_F(VirtualClockTest, SpeedOneFollowsRealTimeAndTheLimitCapsIt) {
     EXPECT_LT(vclock::NowNanos() - capped, 20 * 1000000);
 }
 
-// ---- Wall-clock jumps: the wall clock moves, the monotonic clock and the 10-second cadence
-// of a worker's timed waits do not ----
-
-// Like the metering worker: stamps each turn with time() and the monotonic clock, then waits
-// 10 s, until stopped.
-class Worker {
-  public:
-    Worker() {
-        thread_ = std::thread([this] {
-            std::unique_lock<std::mutex> lock(mutex_);
-            while (!stop_) {
-                walls_.push_back(time(nullptr));
-                monotonic_.push_back(Clock(CLOCK_MONOTONIC));
-                cond_.wait_for(lock, std::chrono::seconds(10));
-            }
-        });
-    }
-    // A test that failed half-way: release the worker so that it can be joined.
-    ~Worker() {
-        if (thread_.joinable()) {
-            vclock::ClearLimit();
-            Stop();
-        }
-    }
-    // Call after WaitUntilParked, so that the wake-up cannot be lost.
-    void Stop() {
-        stop_ = true;
-        cond_.notify_one();
-        thread_.join();
-    }
-    std::vector<int64_t> walls_;
-    std::vector<int64_t> monotonic_;
-
-  private:
-    std::mutex mutex_;
-    std::condition_variable cond_;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
-};
-
-class VirtualClockJumpTest : public ::testing::Test {
-  protected:
-    void TearDown() override { vclock::Disable(); }
-};
-
-TEST_F(VirtualClockJumpTest, WallClockJumpsWhileTheCadenceGoesOn) {
+// Wall-clock jumps move the wall clock; the monotonic clock, the limit and the 10-second
+// cadence of a worker's timed waits do not.
+TEST_F(VirtualClockTest, WallClockJumpsWhileTheCadenceGoesOn) {
+    EXPECT_FALSE(vclock::JumpWallClockSeconds(60));  // refused while disabled
     for (int64_t jump : {-2 * 86400, 5 * 60}) {
         SCOPED_TRACE(jump);
         vclock::Enable(kStart);
@@ -232,7 +199,7 @@ TEST_F(VirtualClockJumpTest, WallClockJumpsWhileTheCadenceGoesOn) {
         EXPECT_EQ(time(nullptr), wall);
         EXPECT_EQ(Clock(CLOCK_REALTIME), wall * kSec);
         EXPECT_EQ(Clock(CLOCK_MONOTONIC), monotonic);
-        EXPECT_EQ(vclock::ParkedCount(), 1);  // the limit did not move with the wall clock
+        EXPECT_EQ(vclock::ParkedCount(), 1);
 
         vclock::SetLimitSeconds(wall + 20);  // read on the jumped clock: two more turns
         ASSERT_TRUE(vclock::WaitUntilParked());
@@ -243,10 +210,7 @@ TEST_F(VirtualClockJumpTest, WallClockJumpsWhileTheCadenceGoesOn) {
             EXPECT_EQ(worker.monotonic_[i] - worker.monotonic_[i - 1], 10 * kSec);
         }
     }
-}
-
-TEST_F(VirtualClockJumpTest, RefusedWhileDisabledOrBeforeTheEpoch) {
-    EXPECT_FALSE(vclock::JumpWallClockSeconds(60));
+    // Never before the epoch.
     vclock::Enable(kStart);
     EXPECT_FALSE(vclock::JumpWallClockSeconds(-kStart - 1));
     EXPECT_EQ(time(nullptr), kStart);
