@@ -34,14 +34,12 @@ Result RunScenario(const TempDir& dir, const std::string& scenario, std::vector<
 }
 
 TEST(EnergySimParseTest, StartTimesAreRealDates) {
-    for (const char* good : {"2026-01-05T00:00:00Z", "2024-02-29T23:59:59Z"}) {
-        int64_t epoch = 0;
-        EXPECT_TRUE(energysim::ParseStart(good, &epoch)) << good;
-    }
+    int64_t epoch = 0;
+    EXPECT_TRUE(energysim::ParseStart("2024-02-29T23:59:59Z", &epoch));
+    EXPECT_EQ(epoch, 1709251199);
     for (const char* bad : {"2026-02-31T00:00:00Z", "2026-01-05T99:99:99Z", "2025-02-29T00:00:00Z",
                             "2026-01-05T00:00:60Z", "2026-1-5T00:00:00Z",
                             "2026-01-05T00:00:00Zjunk", "1969-12-31T23:59:59Z"}) {
-        int64_t epoch = 0;
         EXPECT_FALSE(energysim::ParseStart(bad, &epoch)) << bad;
     }
 }
@@ -72,9 +70,8 @@ TEST(EnergySimParseTest, ClockTakesOneSignedDuration) {
 TEST(EnergySimRecorderTest, SentComesFromTheReportsAndTheRestFromTheTurns) {
     namespace text = powermeter::logtext;
     uint64_t now = 100;
-    int turns_seen = 0, reports_seen = 0;
-    energysim::Recorder rec([&] { return now; }, [&](const energysim::Turn&) { ++turns_seen; },
-                            [&](uint64_t, bool) { ++reports_seen; });
+    energysim::Recorder rec([&] { return now; }, [](const energysim::Turn&) {},
+                            [](uint64_t, bool) {});
     auto log = [&](const std::string& message) { rec.OnLog("ENERGY_SERVICE", message); };
     auto turn = [&](const char* state, const char* wh) {
         log(std::string(text::kTurnRule) + "7=====");
@@ -98,8 +95,6 @@ TEST(EnergySimRecorderTest, SentComesFromTheReportsAndTheRestFromTheTurns) {
 
     const energysim::Totals t = rec.Snapshot();
     EXPECT_EQ(t.turns, 5u);
-    EXPECT_EQ(turns_seen, 5);
-    EXPECT_EQ(reports_seen, 2);
     EXPECT_EQ(t.sent, 1u);
     EXPECT_DOUBLE_EQ(t.sent_wh, 0.500001);
     EXPECT_EQ(t.dropped, 1u);
@@ -210,10 +205,9 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
         {{"--plot", none}, "cannot write plot " + none + ": No such file or directory"},
         {{"--log", none}, "cannot write log file " + none + ": No such file or directory"},
         {{"--queue", "daily"}, "bad --queue 'daily' (total or blocks)"},
-        {{"--plugin", "/no/lib.so"},
-         "cannot load plug-in '/no/lib.so': /no/lib.so: cannot open shared object file: No such "
-         "file "
-         "or directory"},
+        {{"--plugin", "/x.so"},
+         "cannot load plug-in '/x.so': /x.so: cannot open shared object file: No such file or "
+         "directory"},
     };
     for (const Row& row : rows) {
         std::vector<std::string> args = row.args;
@@ -231,7 +225,6 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
 TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
     TempDir out;
     const std::string log = out.File("log"), plot = out.File("p.svg");
-    const std::vector<std::string> info = {"--log", log, "--log-level", "info"};
     const std::vector<std::string> paced = {"--speed", "3600",   "--log-level",
                                             "none",    "--plot", plot};
     struct Row {
@@ -240,7 +233,10 @@ TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
         std::vector<std::string> args;
         std::string expected;  // part of stderr
     } rows[] = {
-        {0, "/dev/full", info, "energy-sim: cannot write the reports to stdout: No space left"},
+        {0,
+         "/dev/full",
+         {"--log", log, "--log-level", "info"},
+         "energy-sim: cannot write the reports to stdout: No space left"},
         {0,
          "",
          {"--log", "/dev/full", "--log-level", "info"},
@@ -333,7 +329,7 @@ TEST(EnergySimBlocksTest, DailyReportHoldsEachHourOnce) {
     Result r = RunSim({"--queue", "blocks", "--scenario", simtest::Data("scenarios/week.txt"),
                        "--duration", "1d1h", "--log-level", "none"});
     ASSERT_EQ(r.status, 0) << r.err;
-    ASSERT_EQ(simtest::Lines(r.out), 1) << r.out;
+    ASSERT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
     const auto line = JsonValue::Create(r.out.substr(0, r.out.find('\n')));
     const auto report = JsonValue::Create(line["json"].asString());
     const auto& blocks = report["dailyPowerConsumption"];
