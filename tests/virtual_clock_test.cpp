@@ -19,22 +19,19 @@ namespace {
 constexpr int64_t kStart = 1700000000;  // 2023-11-14 22:13:20 UTC
 constexpr int64_t kSec = vclock::kNanosPerSecond;
 
-int64_t Clock(clockid_t id) {
+// A clock as the process sees it, or the kernel's own, bypassing every interposition.
+int64_t Clock(clockid_t id, bool kernel = false) {
     struct timespec ts;
-    clock_gettime(id, &ts);
+    kernel ? syscall(SYS_clock_gettime, id, &ts) : clock_gettime(id, &ts);
     return static_cast<int64_t>(ts.tv_sec) * kSec + ts.tv_nsec;
 }
-
-// The kernel's clocks, bypassing every interposition.
 int64_t Kernel(clockid_t id) {
-    struct timespec ts;
-    syscall(SYS_clock_gettime, id, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * kSec + ts.tv_nsec;
+    return Clock(id, true);
 }
 
-// Like the metering worker: stamps each turn with time() and the monotonic clock, then waits
-// 10 s on its own mutex and condition variable, until told to stop (flag and notify, without
-// the mutex). The stamps are read after Stop.
+// Like the metering worker: stamps each turn with time(), then waits 10 s on its own mutex and
+// condition variable, until told to stop (flag and notify, without the mutex). The stamps are
+// read after Stop.
 class Worker {
   public:
     Worker()
@@ -42,7 +39,6 @@ class Worker {
               std::unique_lock<std::mutex> lock(mutex_);
               while (!stop_) {
                   walls_.push_back(time(nullptr));
-                  monotonic_.push_back(Clock(CLOCK_MONOTONIC));
                   ++turns_;
                   wakeups_ +=
                       cond_.wait_for(lock, std::chrono::seconds(10)) == std::cv_status::no_timeout;
@@ -62,7 +58,7 @@ class Worker {
         thread_.join();
     }
     std::atomic<int> turns_{0}, wakeups_{0};
-    std::vector<int64_t> walls_, monotonic_;
+    std::vector<int64_t> walls_;
 
   private:
     std::mutex mutex_;
@@ -71,26 +67,23 @@ class Worker {
     std::thread thread_;
 };
 
-class VirtualClockTest : public testsupport::SimTest {
-  protected:
-    std::mutex m_;
-    std::condition_variable cv_;
-};
+using VirtualClockTest = testsupport::SimTest;
 
-TEST_F(VirtualClockTest, DisabledForwardsToTheRealClock) {
+TEST_F(VirtualClockTest, DisabledForwardsToTheRealClockEnabledMovesOnlyInWaits) {
     ASSERT_FALSE(vclock::IsEnabled());
+    std::mutex m;
+    std::condition_variable cv;
     EXPECT_NEAR(static_cast<double>(time(nullptr)), Kernel(CLOCK_REALTIME) / kSec, 2.0);
     struct timeval tv;
     gettimeofday(&tv, nullptr);
     EXPECT_NEAR(static_cast<double>(tv.tv_sec), Kernel(CLOCK_REALTIME) / kSec, 2.0);
-    std::unique_lock<std::mutex> lock(m_);
+    std::unique_lock<std::mutex> lock(m);
     const int64_t before = Kernel(CLOCK_MONOTONIC);
-    EXPECT_EQ(cv_.wait_for(lock, std::chrono::milliseconds(20)), std::cv_status::timeout);
+    EXPECT_EQ(cv.wait_for(lock, std::chrono::milliseconds(20)), std::cv_status::timeout);
     EXPECT_GE(Kernel(CLOCK_MONOTONIC) - before, 20 * 1000000);  // a real wait
     EXPECT_EQ(vclock::VirtualWaitCount(), 0u);
-}
 
-TEST_F(VirtualClockTest, TimedWaitsMoveBothClocksAtOnceAndOnlyThem) {
+    // Enabled: timed waits move both clocks at once, and only they do.
     const int64_t mono_before = Clock(CLOCK_MONOTONIC);
     vclock::Enable(kStart);
     time_t out = 0;
@@ -103,18 +96,16 @@ TEST_F(VirtualClockTest, TimedWaitsMoveBothClocksAtOnceAndOnlyThem) {
     EXPECT_EQ(Clock(CLOCK_BOOTTIME), mono);
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_EQ(Clock(CLOCK_MONOTONIC), mono);  // speed 0: time moves only in waits
-    EXPECT_NE(Clock(CLOCK_PROCESS_CPUTIME_ID), 0);
-    std::unique_lock<std::mutex> lock(m_);
     const int64_t real_before = Kernel(CLOCK_REALTIME);
     for (int i = 0; i < 360; ++i) {
-        ASSERT_EQ(cv_.wait_for(lock, std::chrono::seconds(10)), std::cv_status::timeout);
+        ASSERT_EQ(cv.wait_for(lock, std::chrono::seconds(10)), std::cv_status::timeout);
     }
     EXPECT_LT(Kernel(CLOCK_REALTIME) - real_before, 5 * kSec);
     EXPECT_EQ(time(nullptr), kStart + 3600);
     EXPECT_EQ(Clock(CLOCK_MONOTONIC), mono + 3600 * kSec);
     EXPECT_EQ(vclock::VirtualWaitCount(), 360u);
     // A deadline already past does not move time back.
-    cv_.wait_until(lock, std::chrono::steady_clock::now() - std::chrono::seconds(5));
+    cv.wait_until(lock, std::chrono::steady_clock::now() - std::chrono::seconds(5));
     EXPECT_EQ(time(nullptr), kStart + 3600);
     // Re-enabling restarts wall time; monotonic time never goes back.
     vclock::Enable(kStart - 1000);
@@ -169,8 +160,10 @@ TEST_F(VirtualClockTest, StopRightAfterParkingIsNeverLost) {
 TEST_F(VirtualClockTest, SpeedOneFollowsRealTimeAndTheLimitCapsIt) {
     vclock::Enable(kStart);
     vclock::SetSpeed(1.0);
-    std::unique_lock<std::mutex> lock(m_);
-    EXPECT_EQ(cv_.wait_for(lock, std::chrono::milliseconds(30)), std::cv_status::timeout);
+    std::mutex m;
+    std::condition_variable cv;
+    std::unique_lock<std::mutex> lock(m);
+    EXPECT_EQ(cv.wait_for(lock, std::chrono::milliseconds(30)), std::cv_status::timeout);
     const int64_t elapsed = vclock::NowNanos() - kStart * kSec;
     EXPECT_GE(elapsed, 30 * 1000000);
     EXPECT_LT(elapsed, 2 * kSec);
@@ -179,8 +172,6 @@ TEST_F(VirtualClockTest, SpeedOneFollowsRealTimeAndTheLimitCapsIt) {
     const int64_t capped = vclock::NowNanos();
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(vclock::NowNanos(), capped);
-    vclock::ClearLimit();  // flows again from there, without a jump
-    EXPECT_LT(vclock::NowNanos() - capped, 20 * 1000000);
 }
 
 // Wall-clock jumps move the wall clock; the monotonic clock, the limit and the 10-second
@@ -206,9 +197,6 @@ TEST_F(VirtualClockTest, WallClockJumpsWhileTheCadenceGoesOn) {
         worker.Stop();
         EXPECT_EQ(worker.walls_,
                   (std::vector<int64_t>{kStart, kStart + 10, kStart + 20, wall + 10, wall + 20}));
-        for (size_t i = 1; i < worker.monotonic_.size(); ++i) {
-            EXPECT_EQ(worker.monotonic_[i] - worker.monotonic_[i - 1], 10 * kSec);
-        }
     }
     // Never before the epoch.
     vclock::Enable(kStart);
