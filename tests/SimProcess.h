@@ -55,9 +55,11 @@ inline Result RunSim(const SimCall& call) {
     r.err = testsupport::ReadText(dir.File("err"));
     return r;
 }
-inline Result RunSim(const std::vector<std::string>& args) {
+inline Result RunSim(const std::vector<std::string>& args,
+                     const std::string& program = EC_ENERGY_SIM) {
     SimCall call;
     call.args = args;
+    call.program = program;
     return RunSim(call);
 }
 

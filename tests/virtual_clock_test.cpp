@@ -86,9 +86,7 @@ TEST_F(VirtualClockTest, DisabledForwardsToTheRealClockEnabledMovesOnlyInWaits) 
     // Enabled: timed waits move both clocks at once, and only they do.
     const int64_t mono_before = Clock(CLOCK_MONOTONIC);
     vclock::Enable(kStart);
-    time_t out = 0;
-    EXPECT_EQ(time(&out), kStart);
-    EXPECT_EQ(out, kStart);
+    EXPECT_EQ(time(nullptr), kStart);
     EXPECT_EQ(Clock(CLOCK_REALTIME_COARSE), kStart * kSec);
     EXPECT_EQ(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()), kStart);
     const int64_t mono = Clock(CLOCK_MONOTONIC);

@@ -138,9 +138,7 @@ TEST(EnergyFactorsFitTest, GroundTruthDayRecoversTheEnergyOfEveryState) {
         ef::SessionRow(sandbox, ef::ReadDataSet(simtest::Data("energy_factors.dat")), session);
     ASSERT_EQ(row.row.SequenceNumber(), 103);
     const std::string true_row = ef::SkewedRow(sandbox, row, session, 0.2, 2);
-    ef::TruthOptions truth;
-    truth.seed = 11;
-    const auto samples = ef::TrueSamples(sandbox, true_row, session, truth);
+    const auto samples = ef::TrueSamples(sandbox, true_row, session, ef::TruthOptions());
     ASSERT_EQ(samples.size(), 86400u);
 
     const ef::FitResult r =

@@ -1,6 +1,6 @@
-// energy-factors lint, explain and table: the sample data set's deliberately broken rows, one
-// defect of each kind at its line, the loader's choice as explain reports it, the watts of the
-// selected row, and the program's exit statuses and one-line errors.
+// energy-factors lint, explain and table: one defect of each kind at its line as lint prints it,
+// the loader's choice as explain reports it, the watts of the selected row, and the program's exit
+// statuses and one-line errors.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -18,64 +18,55 @@ namespace {
 
 namespace ef = energyfactors;
 
-// The defects of a data set as lint prints them: "set:LINE: severity: reason".
-std::string LintText(const std::string& text) {
-    ef::PluginSandbox sandbox;
-    return ef::FormatDefectsText("set", ef::Lint(sandbox, ef::ParseDataSet("set", text)));
-}
+const char kRow[] = "1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n";
 
-// Each line of `text` starts with the prefix at its index, and there are as many.
-void ExpectLines(const std::string& text, const std::vector<std::string>& prefixes) {
-    std::istringstream in(text);
+// Lints `text` as a file: one line "FILE:LINE: severity: reason" per defect, each starting
+// with FILE and the prefix at its index; exit status 1 when there is any, else 0.
+void ExpectLint(const std::string& text, const std::vector<std::string>& prefixes) {
+    testsupport::TempDir dir;
+    const std::string file = dir.File("set.dat");
+    testsupport::WriteText(file, text);
+    const simtest::Result r = simtest::RunSim({"lint", file}, EF_ENERGY_FACTORS);
+    EXPECT_EQ(r.status, prefixes.empty() ? 0 : 1) << r.err;
+    std::istringstream in(r.out);
     size_t i = 0;
     for (std::string line; std::getline(in, line); ++i) {
-        EXPECT_TRUE(i < prefixes.size() && line.rfind(prefixes[i], 0) == 0) << line;
+        EXPECT_TRUE(i < prefixes.size() && line.rfind(file + prefixes[i], 0) == 0) << line;
     }
-    EXPECT_EQ(i, prefixes.size()) << text;
-}
-
-simtest::Result RunTool(const std::vector<std::string>& args) {
-    simtest::SimCall call;
-    call.program = EF_ENERGY_FACTORS;
-    call.args = args;
-    return simtest::RunSim(call);
+    EXPECT_EQ(i, prefixes.size()) << r.out;
 }
 
 // Each row from line 3 on has exactly one defect; line 2 is clean.
 TEST(EnergyFactorsLintTest, OneLinePerDefectAtItsLine) {
-    const std::string text =
-        "TEST-1\n"
-        "1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n"
-        "2,y,M,SW_B,43,PANEL0002,LED,80,240,36,44,1.5,4,0,-,8,22,2.5\n"         // 3
-        "3,y,M,SW_B,43,PANEL003,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n"        // 4
-        "4,y,M,SW_A,43,PANEL0001,LED,90,250,36,44,1.5,4,0,-,8,22,2.5,8\n"       // 5
-        "5,y,M,SW_C,43,PANEL0005,LED,80,240,36,44,1.5,4,7,-,8,22,2.5,8\n"       // 6
-        "6,y,M,SW_C,43,PANEL0006,MLED,-,-,-,-,-,-,5,-,90,42,4.0,14\n"           // 7
-        "7,y,M,SW_C,43,PANEL0007,LED,80,-,36,44,1.5,4,0,-,8,22,2.5,8\n"         // 8
-        "8,y,M,SW_C,43,PANEL0008,OLED,-,-,-,-,-,-,4,-,20,36,3.0,12\n"           // 9
-        "9,y,M,SW_C,43,PANEL0009,LED,80,240,36,44,1.5,4,0,-,8,22,-2.5,8\n"      // 10
-        "10,y,M,SW_C,43,PANEL0010,LED,80,240,36,44,1.5,4,0,-,9000,22,2.5,8\n";  // 11
-    ExpectLines(
-        LintText(text),
-        {"set:3: error: skipped by the plug-in: The number of tokens is 18 (not 19)",
-         "set:4: error: skipped by the plug-in: Invalid Panel Type PANEL003",
-         "set:5: error: never selected: line 2 has the same SW model SW_A and panel type "
-         "PANEL0001",
-         "set:6: error: backlight type 7 is outside 0-4",
-         "set:7: warning: backlight type 5 is undefined",
-         "set:8: error: OD_MAX is \"-\" but the row uses it (NORMAL, ALWAYS_ON_SCREEN)",
-         "set:9: error: COMPENSATE_CONSTANT is \"-\" but the row uses it",
-         "set:10: error: negative watts: LPM -2.5 W at ANA 0, DutySum 0, 1080 lines, volume 0",
-         "set:11: error: watts above 7920 (22 Wh per turn: the loop meters 0): NORMAL 9977.1 W "
-         "at ANA 1023, DutySum 1023, 2160 lines, volume 100; ALWAYS_ON_SCREEN 9970.1 W"});
+    ExpectLint(
+        std::string("TEST-1\n") + kRow +
+            "2,y,M,SW_B,43,PANEL0002,LED,80,240,36,44,1.5,4,0,-,8,22,2.5\n"        // 3
+            "3,y,M,SW_B,43,PANEL003,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n"       // 4
+            "4,y,M,SW_A,43,PANEL0001,LED,90,250,36,44,1.5,4,0,-,8,22,2.5,8\n"      // 5
+            "5,y,M,SW_C,43,PANEL0005,LED,80,240,36,44,1.5,4,7,-,8,22,2.5,8\n"      // 6
+            "6,y,M,SW_C,43,PANEL0006,MLED,-,-,-,-,-,-,5,-,90,42,4.0,14\n"          // 7
+            "7,y,M,SW_C,43,PANEL0007,LED,80,-,36,44,1.5,4,0,-,8,22,2.5,8\n"        // 8
+            "8,y,M,SW_C,43,PANEL0008,OLED,-,-,-,-,-,-,4,-,20,36,3.0,12\n"          // 9
+            "9,y,M,SW_C,43,PANEL0009,LED,80,240,36,44,1.5,4,0,-,8,22,-2.5,8\n"     // 10
+            "10,y,M,SW_C,43,PANEL0010,LED,80,240,36,44,1.5,4,0,-,9000,22,2.5,8\n"  // 11
+            "11,y,M,SW_C,43,PANEL0011,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8,8\n",  // 12
+        {":3: error: skipped by the plug-in: The number of tokens is 18 (not 19)",
+         ":4: error: skipped by the plug-in: Invalid Panel Type PANEL003",
+         ":5: error: never selected: line 2 has the same SW model SW_A and panel type PANEL0001",
+         ":6: error: backlight type 7 is outside 0-4", ":7: warning: backlight type 5 is undefined",
+         ":8: error: OD_MAX is \"-\" but the row uses it (NORMAL, ALWAYS_ON_SCREEN)",
+         ":9: error: COMPENSATE_CONSTANT is \"-\" but the row uses it",
+         ":10: error: negative watts: LPM -2.5 W at ANA 0, DutySum 0, 1080 lines, volume 0",
+         ":11: error: watts above 7920 (22 Wh per turn: the loop meters 0): NORMAL 9977.1 W at "
+         "ANA 1023, DutySum 1023, 2160 lines, volume 100; ALWAYS_ON_SCREEN 9970.1 W",
+         ":12: error: skipped by the plug-in: The number of tokens is 20 (not 19)"});
 }
 
 TEST(EnergyFactorsLintTest, VersionLine) {
-    const std::string row = "1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n";
-    EXPECT_EQ(LintText(""), "set:1: error: empty file: no version line\n");
+    ExpectLint("", {":1: error: empty file: no version line"});
     // The loader reads the first row as the version, so the second one is not a duplicate.
-    ExpectLines(LintText(row + row), {"set:1: error: no version line"});
-    EXPECT_EQ(LintText("1,2,3\n" + row), "");
+    ExpectLint(std::string(kRow) + kRow, {":1: error: no version line"});
+    ExpectLint(std::string("1,2,3\n") + kRow, {});
 }
 
 TEST(EnergyFactorsLintTest, JsonNamesEachDefect) {
@@ -133,43 +124,26 @@ TEST(EnergyFactorsTableTest, WattsOfTheSelectedRowPerState) {
     EXPECT_EQ(table.substr(table.find('\n', table.find("|---")) + 1), row + row);
 }
 
-// lint prints FILE:LINE: reason for each defect of the sample data set's deliberately broken
-// rows, and only those; it exits 1 on an error.
-TEST(EnergyFactorsCliTest, LintsTheSampleDataSet) {
-    const std::string set = simtest::Data("energy_factors.dat");
-    const simtest::Result r = RunTool({"lint", set});
-    EXPECT_EQ(r.status, 1);
-    ExpectLines(r.out, {set + ":12: warning: backlight type 5 is undefined",
-                        set + ":13: error: skipped by the plug-in: The number of tokens is 18",
-                        set + ":14: error: skipped by the plug-in: The number of tokens is 20",
-                        set + ":15: error: skipped by the plug-in: The number of tokens is 18",
-                        set + ":16: error: skipped by the plug-in: Invalid Panel Type VP43UF2X"});
-}
-
 TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
     testsupport::TempDir dir;
     const std::string clean = dir.File("clean.dat"), none = dir.File("none.dat");
-    testsupport::WriteText(
-        clean, "TEST-1\n1,y,M,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n");
+    testsupport::WriteText(clean, std::string("TEST-1\n") + kRow);
     struct Case {
         std::vector<std::string> args;
         int status;
         std::string err;  // the whole of stderr
     } cases[] = {
-        {{"lint", clean}, 0, ""},
         {{"lint", none}, 2, "energy-factors: cannot read " + none + "\n"},
         {{"lint", clean, "--format", "xml"},
          2,
          "energy-factors: --format: xml not in {text,json} (see --help)\n"},
         {{"explain", "--model", "SW_B", "--panel", "PANEL0001", clean}, 1, ""},
         {{"frob"}, 2, "energy-factors: unknown sub-command 'frob' (see --help)\n"},
-        {{}, 2, "energy-factors: A subcommand is required (see --help)\n"},
-        {{"fit", "--meter", "m.csv"}, 2, "energy-factors: --log is required (see --help)\n"},
         {{"--help"}, 0, ""},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.args.empty() ? "(none)" : c.args[0]);
-        const simtest::Result r = RunTool(c.args);
+        SCOPED_TRACE(c.args[0]);
+        const simtest::Result r = simtest::RunSim(c.args, EF_ENERGY_FACTORS);
         EXPECT_EQ(r.status, c.status) << r.err;
         EXPECT_EQ(r.err, c.err);
     }
