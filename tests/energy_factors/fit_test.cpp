@@ -28,6 +28,7 @@ constexpr int64_t kStart = 1767571200;  // 2026-01-05T00:00:00Z
 // The snapshot at 10 s ends in an exception before its inputs: it is no turn.
 TEST(EnergyFactorsSessionTest, OneTurnPerCompleteSnapshot) {
     std::istringstream log(
+        "t INFO ENERGY_SERVICE: PowerFactorLoader.cpp : get_sw_model(1)  [Energy] SW Model: SW A\n"
         "[Energy] UTC: 2026-1-5 0:0:0\n"
         "[Energy Factors] enum: 7, blu_type: 0\n"
         "[Energy Factors] ana:1, dutysum:2, resolution: 3, volume: 4\n"
@@ -41,6 +42,7 @@ TEST(EnergyFactorsSessionTest, OneTurnPerCompleteSnapshot) {
         "[Energy Factors] ana:5, dutysum:6, resolution: 7, volume: 8\n"
         "[Energy Factors] Power Status: NORMAL\n");
     const ef::Session s = ef::ParseSession(log);
+    EXPECT_EQ(s.sw_model, "SW A");
     EXPECT_EQ(s.row_id, 7);
     ASSERT_EQ(s.turns.size(), 2u);
     EXPECT_EQ(s.turns[0].time, kStart);

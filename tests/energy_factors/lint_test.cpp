@@ -142,9 +142,8 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
         {{"--help"}, 0, ""},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.args[0]);
         const simtest::Result r = simtest::RunSim(c.args, EF_ENERGY_FACTORS);
-        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_EQ(r.status, c.status) << c.args[0] << r.err;
         EXPECT_EQ(r.err, c.err);
     }
 }
