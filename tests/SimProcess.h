@@ -1,37 +1,74 @@
 // Runs a host-kit program (energy-sim unless told otherwise) as a separate process for its
-// tests: arguments, where stdout goes, a private $TMPDIR, and optionally a signal sent while it
-// runs.
+// tests, through the shell: arguments, where stdout goes, a private $TMPDIR, and optionally a
+// signal sent while it runs.
 #pragma once
 
+#include <sys/wait.h>
+
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "TestSupport.h"
 
 namespace simtest {
 
 struct SimCall {
     std::vector<std::string> args;
-    std::string program;      // "" = energy-sim
+    std::string program = EC_ENERGY_SIM;
     std::string stdout_path;  // "" = a file read back into Result::out
     std::string tmpdir;       // "" = inherited $TMPDIR
-    int signal = 0;           // sent once the program has run for signal_after_ms
-    int signal_after_ms = 0;
+    int signal = 0;           // sent once the program has run for 1.5 s
 };
 
 struct Result {
     int status = -1;  // exit status, or 128 + the signal that killed it
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
-Result RunSim(const SimCall& call);
-inline Result RunSim(const std::vector<std::string>& args) {
+inline std::string ShellQuote(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) {
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return q + "'";
+}
+
+inline Result RunSim(const SimCall& call) {
+    testsupport::TempDir dir;
+    const std::string out = call.stdout_path.empty() ? dir.File("out") : call.stdout_path;
+    // timeout sends the signal after 1.5 s and returns the program's own status.
+    std::string cmd = call.signal == 0
+                          ? ""
+                          : "timeout --preserve-status -s " + std::to_string(call.signal) + " 1.5 ";
+    if (!call.tmpdir.empty()) {
+        cmd = "TMPDIR=" + ShellQuote(call.tmpdir) + " " + cmd;
+    }
+    cmd += ShellQuote(call.program);
+    for (const std::string& a : call.args) {
+        cmd += " " + ShellQuote(a);
+    }
+    cmd += " >" + ShellQuote(out) + " 2>" + ShellQuote(dir.File("err"));
+    Result r;
+    r.status = WEXITSTATUS(std::system(cmd.c_str()));
+    r.out = call.stdout_path.empty() ? testsupport::ReadText(out) : "";
+    r.err = testsupport::ReadText(dir.File("err"));
+    return r;
+}
+inline Result RunSim(const std::vector<std::string>& args,
+                     const std::string& program = EC_ENERGY_SIM) {
     SimCall call;
     call.args = args;
+    call.program = program;
     return RunSim(call);
 }
 
 // A file of the repository's data/ directory.
-std::string Data(const std::string& rel);
-int Lines(const std::string& s);
+inline std::string Data(const std::string& rel) {
+    return std::string(EC_SOURCE_DIR) + "/data/" + rel;
+}
+inline bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 }  // namespace simtest

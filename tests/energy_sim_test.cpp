@@ -1,143 +1,290 @@
-// energy-sim, run as a separate process: the reports of a known day computed independently
-// from the factor row, the summary's accounting, the availability check and bad input.
+// energy-sim: its start-time and clock parsers, then the program run as a separate process: a
+// day of reports computed independently from the factor row, hostile input, failing outputs,
+// signals, every speed, restarts, wall-clock jumps, failed turns and block mode.
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdio>
-#include <fstream>
+#include <filesystem>
 #include <sstream>
+#include <variant>
 
+#include "Error.h"
+#include "Options.h"
+#include "Scenario.h"
 #include "SharedJson.h"
 #include "SimProcess.h"
 #include "TestSupport.h"
 
 namespace {
 
-using simtest::Data;
-using simtest::Lines;
+using common::json::JsonValue;
+using simtest::Has;
 using simtest::Result;
 using simtest::RunSim;
 using testsupport::TempDir;
 
-// ---- a known day, computed independently from the factor row ----
+// Writes `scenario` to a file and runs it with the given further arguments, without a log.
+Result RunScenario(const TempDir& dir, const std::string& scenario, std::vector<std::string> args) {
+    testsupport::WriteText(dir.File("s.txt"), scenario);
+    args.insert(args.end(), {"--scenario", dir.File("s.txt"), "--log-level", "none"});
+    return RunSim(args);
+}
 
-struct Row {
-    double od_min, od_max, vf_min, vf_max, alpha, block, type, cell, main, main_lpm, speaker;
-};
-
-// Row 103 of the sample data set (24_QUASAR_55, VP55UA2X01), backlight type 2.
-Row QuasarRow() {
-    std::ifstream in(Data("energy_factors.dat"));
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.rfind("103,", 0) == 0) {
-            std::vector<std::string> t;
-            std::stringstream ss(line);
-            std::string tok;
-            while (std::getline(ss, tok, ','))
-                t.push_back(tok);
-            auto d = [&](int i) { return std::strtod(t.at(i).c_str(), nullptr); };
-            return {d(7), d(8), d(9), d(10), d(11), d(12), d(13), d(15), d(16), d(17), d(18)};
-        }
+TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
+    int64_t epoch = 0;
+    EXPECT_TRUE(energysim::ParseStart("2024-02-29T23:59:59Z", &epoch));
+    EXPECT_EQ(epoch, 1709251199);
+    for (const char* bad : {"2026-02-31T00:00:00Z", "2026-01-05T99:99:99Z", "2025-02-29T00:00:00Z",
+                            "2026-01-05T00:00:60Z", "2026-1-5T00:00:00Z",
+                            "2026-01-05T00:00:00Zjunk", "1969-12-31T23:59:59Z"}) {
+        EXPECT_FALSE(energysim::ParseStart(bad, &epoch)) << bad;
     }
-    ADD_FAILURE() << "row 103 missing";
-    return {};
+    // The clock command takes one signed duration.
+    const auto command = energysim::ParseScenario("0 clock -01:00:01", "s").entries.at(0).command;
+    ASSERT_TRUE(std::holds_alternative<energysim::command::Clock>(command));
+    EXPECT_EQ(std::get<energysim::command::Clock>(command).seconds, -3601);
+    EXPECT_EQ(energysim::Describe(command), "clock -1h1s");
+    // No sign reads like a time, so it is refused.
+    for (const char* bad : {"0 clock 15m", "0 clock", "0 clock +", "0 clock -0", "0 clock +5x",
+                            "0 clock +5m +1m", "0 clock +-5m"}) {
+        EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
+    }
 }
 
-// Watts of a type-2 set watching (ANA, DutySum, resolution, volume on the TV speaker).
-double WattsWatching(const Row& f, double ana, double duty, double res, double volume) {
-    double od = (f.od_max - f.od_min) * ana / 1023.0 + f.od_min;
-    double current = od * duty / 4095.0 / 1000.0;
-    double vf = (f.vf_max - f.vf_min) * ana / 1023.0 * duty / 1023.0 + f.vf_min;
-    double blu = current * (vf + f.alpha) * f.block + 7.0;
-    double cell = res > 1080 ? f.cell * 1.1 : f.cell;
-    double main = f.main * (res > 1080 ? 1.1 : 1.0);
-    double speaker = std::pow(f.speaker, volume / 100.0) - 1.0;
-    return blu + cell + main + speaker;
+// Row 103 of the sample data set (24_QUASAR_55, VP55UA2X01), backlight type 2:
+// OD 500-1800, VF 48-56, ALPHA 1.0, 4 blocks, CELL 12, MAIN 30, SPEAKER 12.
+// Watts watching at ANA 900, DutySum 1000, 2160 lines, volume 30 on the TV speaker.
+double WattsWatching() {
+    const double ana = 900, duty = 1000;
+    const double od = (1800 - 500) * ana / 1023.0 + 500;
+    const double current = od * duty / 4095.0 / 1000.0;
+    const double vf = (56 - 48) * ana / 1023.0 * duty / 1023.0 + 48;
+    return current * (vf + 1.0) * 4 + 7.0 + 12 * 1.1 + 30 * 1.1 + std::pow(12, 0.3) - 1.0;
 }
 
+// The cloud protocol drops from 2 h to 3 h: the reports due then are dropped.
 TEST(EnergySimRunTest, DayOfReportsMatchesAnIndependentComputation) {
     TempDir dir;
     // 3 h watching, 1 h picture off (speaker on), then standby until the end of the day.
-    testsupport::WriteText(dir.File("day.txt"),
+    Result r = RunScenario(dir,
                            "0 power on\n0 picture ANA=900 DutySum=1000 RESOLUTION=2160\n"
-                           "0 volume 30\n3h power picture-off\n4h power standby\n");
-    Result r = RunSim(
-        {"--scenario", dir.File("day.txt"), "--log-level", "none", "--plot", dir.File("p.svg")});
+                           "0 volume 30\n2h protocol corvane disconnected\n3h protocol corvane "
+                           "ready\n3h power picture-off\n4h power standby\n",
+                           {"--plot", dir.File("p.svg")});
     ASSERT_EQ(r.status, 0) << r.err;
 
-    Row f = QuasarRow();
-    const double watching = WattsWatching(f, 900, 1000, 2160, 30);
-    const double picture_off = f.main * 0.7 + (std::pow(f.speaker, 0.3) - 1.0) + 0.0;
-    const double standby = f.main * 0.6;
+    const double watching = WattsWatching(), picture_off = 30 * 0.7 + std::pow(12, 0.3) - 1.0;
     const uint64_t start = 1767571200;  // the default start
-    auto energy_at = [&](uint64_t t) {
-        uint64_t off = t - start;
-        double w = off < 3 * 3600 ? watching : off < 4 * 3600 ? picture_off : standby;
-        double e = w * 10.0 / 3600.0;
-        return e > 22.0 ? 0.0 : e;
-    };
-
     std::vector<std::string> expected;
-    double acc = 0;
-    uint64_t first = 0;
-    for (uint64_t i = 0; i < 8640; ++i) {
-        uint64_t t = start + 10 * i;
-        if (first == 0)
-            first = t;
-        acc += energy_at(t);
-        if (t - first >= 900) {
+    double acc = 0, all = 0, dropped = 0;
+    for (uint64_t t = start, first = start; t < start + 86400; t += 10) {
+        const uint64_t off = t - start;
+        const double w = off < 3 * 3600 ? watching : off < 4 * 3600 ? picture_off : 30 * 0.6;
+        acc += w * 10.0 / 3600.0;
+        all += w * 10.0 / 3600.0;
+        if (t - first < 900) {
+            continue;
+        }
+        if (off >= 2 * 3600 && off < 3 * 3600) {
+            dropped += acc;
+        } else {
             char buf[64];
             std::snprintf(buf, sizeof buf, "%f", acc);
             expected.push_back(std::string("{\"cumulativePower\":\"") + buf +
                                "\",\"cumulativeUnit\":\"Wh\",\"cumulativeDateUTC\":\"" +
                                std::to_string(first) + "\"}");
-            acc = 0;
-            first = 0;
         }
+        acc = 0;
+        first = t + 10;
     }
 
     std::vector<std::string> got;
+    double reported = 0;
     std::istringstream lines(r.out);
-    std::string line;
-    while (std::getline(lines, line)) {
-        auto doc = common::json::JsonValue::Create(line);
+    for (std::string line; std::getline(lines, line);) {
+        const auto doc = JsonValue::Create(line);
         ASSERT_EQ(doc["property"].asString(), "dailyPowerConsumption");
         got.push_back(doc["json"].asString());
+        reported += std::stod(JsonValue::Create(got.back())["cumulativePower"].asString());
     }
-    ASSERT_EQ(got.size(), 94u);
     EXPECT_EQ(got, expected);
 
-    // The summary's total is what the reports carried plus what was not yet reported.
-    double reported = 0;
-    for (const std::string& g : got) {
-        reported += std::strtod(
-            common::json::JsonValue::Create(g)["cumulativePower"].asString().c_str(), nullptr);
-    }
-    double total = 0, pending = 0;
-    size_t pos = r.err.find("total energy");
-    ASSERT_NE(pos, std::string::npos) << r.err;
-    ASSERT_EQ(std::sscanf(r.err.c_str() + pos, "total energy %lf Wh (%lf Wh not yet reported)",
-                          &total, &pending),
-              2);
-    EXPECT_NEAR(total, reported + pending, 1e-3);
-    // "sent" is the sum of the reports as sent, to the printed precision.
+    // The summary: "sent" is the sum of the reports as sent, to the printed precision; the
+    // rest is from the turns.
     char sent[64];
-    std::snprintf(sent, sizeof sent, "94 sent (%.6f Wh)", reported);
-    EXPECT_NE(r.err.find(sent), std::string::npos) << r.err;
+    std::snprintf(sent, sizeof sent, "reports          90 sent (%.6f Wh), 4 dropped", reported);
+    ASSERT_TRUE(Has(r.err, sent)) << r.err;
+    double dropped_wh = 0, total = 0, pending = 0;
+    ASSERT_EQ(std::sscanf(r.err.c_str() + r.err.find("4 dropped"),
+                          "4 dropped (%lf Wh)\ntotal energy %lf Wh (%lf Wh not yet reported)",
+                          &dropped_wh, &total, &pending),
+              3)
+        << r.err;
+    EXPECT_NEAR(dropped_wh, dropped, 1e-3);
+    EXPECT_NEAR(total, all, 1e-3);
     EXPECT_NEAR(pending, acc, 1e-3);
-    EXPECT_NE(r.err.find("turns            8640"), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("94 sent"), std::string::npos) << r.err;
     EXPECT_EQ(testsupport::ReadText(dir.File("p.svg")).rfind("<svg", 0), 0u);
 }
 
-TEST(EnergySimRunTest, CheckGivesTheReasonAndBadInputOneLine) {
-    Result r = RunSim({"check", "--profile", Data("devices/china-region.json")});
+TEST(EnergySimRunTest, CheckGivesTheReason) {
+    Result r = RunSim({"check", "--profile", simtest::Data("devices/china-region.json")});
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.out.find("reason: Energy Service Not Supported in China Region"), std::string::npos)
-        << r.out;
-    r = RunSim({"--plugin", "/nonexistent/libenergy.so"});
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(Lines(r.err), 1) << r.err;
-    EXPECT_NE(r.err.find("No such file or directory"), std::string::npos) << r.err;
+    EXPECT_TRUE(Has(r.out, "reason: Energy Service Not Supported in China Region")) << r.out;
+}
+
+// Bad input: one line, exit status 2, refused before the run.
+TEST(EnergySimInputTest, EachBadInputIsOneLine) {
+    TempDir dir;
+    testsupport::WriteText(dir.File("junk.txt"), "0 \x01\x02\xfe" + std::string(200, 'z') + "\n");
+    testsupport::WriteText(dir.File("long.txt"), "0 note " + std::string(70000, 'n') + "\n");
+    testsupport::WriteText(dir.File("far.txt"), "999999999d999999999d power on\n");
+    const std::string none = dir.File("no/such/dir"), far = dir.File("far.txt");
+    struct Row {
+        std::vector<std::string> args;
+        std::string expected;  // the whole message after "energy-sim: "
+    } rows[] = {
+        {{"--scenario", dir.path()}, "cannot read scenario " + dir.path() + ": not a regular file"},
+        {{"--scenario", far},
+         far + ":1: bad time '999999999d999999999d' (use e.g. 90s, 15m, 3h, 1h30m, 2d or "
+               "HH:MM[:SS])"},
+        {{"--scenario", dir.File("junk.txt")},
+         dir.File("junk.txt") + ":1: unknown command '\\x01\\x02\\xfe" + std::string(37, 'z') +
+             "...'"},
+        {{"--scenario", dir.File("long.txt")},
+         dir.File("long.txt") + ":1: line longer than 65536 bytes"},
+        {{"--start", "2026-02-31T99:99:99Z"},
+         "bad --start '2026-02-31T99:99:99Z' (use YYYY-MM-DDTHH:MM:SSZ)"},
+        {{"--plot", none}, "cannot write plot " + none + ": No such file or directory"},
+        {{"--log", none}, "cannot write log file " + none + ": No such file or directory"},
+        {{"--queue", "daily"}, "bad --queue 'daily' (total or blocks)"},
+        {{"--plugin", "/x.so"},
+         "cannot load plug-in '/x.so': /x.so: cannot open shared object file: No such file or "
+         "directory"},
+    };
+    for (const Row& row : rows) {
+        std::vector<std::string> args = row.args;
+        args.insert(args.end(), {"--duration", "366d", "--log-level", "none"});
+        Result r = RunSim(args);
+        EXPECT_EQ(r.status, 2) << row.expected;
+        EXPECT_EQ(r.err, "energy-sim: " + row.expected + "\n");
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+// A failing output or a signal ends the run: a message, its status, no temporary data left;
+// a failure mid-run stops the worker through DestroyPlugin, a signal after the current turn
+// with the summary and the plot.
+TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
+    TempDir out;
+    const std::string log = out.File("log"), plot = out.File("p.svg");
+    const std::vector<std::string> paced = {"--speed", "3600",   "--log-level",
+                                            "none",    "--plot", plot};
+    struct Row {
+        int signal;  // 0: an output fails, exit status 2; else 128 + the signal
+        std::string stdout_path;
+        std::vector<std::string> args;
+        std::string expected;  // part of stderr
+    } rows[] = {
+        {0, "/dev/full", {"--log", log, "--log-level", "info"}, "write the reports to stdout: No"},
+        {0, "", {"--log", "/dev/full", "--log-level", "info"}, "write log file /dev/full: No"},
+        {0, "", {"--plot", "/dev/full"}, "energy-sim: cannot write plot /dev/full: No space left"},
+        {SIGINT, "", paced, ", interrupted by SIGINT"},
+        {SIGTERM, "", paced, ", interrupted by SIGTERM"},
+    };
+    for (const Row& row : rows) {
+        TempDir tmp;
+        std::filesystem::remove(plot);
+        simtest::SimCall call;
+        call.args = row.args;
+        call.args.insert(call.args.end(), {"--duration", row.signal != 0 ? "10h" : "1h"});
+        call.stdout_path = row.stdout_path;
+        call.tmpdir = tmp.path();
+        call.signal = row.signal;
+        Result r = RunSim(call);
+        EXPECT_EQ(r.status, row.signal != 0 ? 128 + row.signal : 2) << r.err;
+        EXPECT_TRUE(Has(r.err, row.expected)) << r.err;
+        EXPECT_TRUE(std::filesystem::is_empty(tmp.path())) << "temporary data directory left";
+        if (row.signal != 0) {
+            EXPECT_EQ(testsupport::ReadText(plot).rfind("<svg", 0), 0u);
+        } else if (row.stdout_path == "/dev/full") {
+            EXPECT_TRUE(Has(testsupport::ReadText(log), "elaspsed time to terminate PowerMeter"));
+        }
+    }
+}
+
+// Every speed runs one turn per 10 simulated seconds, to the end.
+TEST(EnergySimSpeedTest, EverySpeedRunsEveryTurn) {
+    for (const std::string speed : {"fast", "3600", "1e5", "1e9"}) {
+        Result r = RunSim({"--speed", speed, "--duration", "1h", "--log-level", "none"});
+        EXPECT_EQ(r.status, 0) << speed << r.err;
+        EXPECT_TRUE(Has(r.err, "turns            360\n")) << speed << r.err;
+        // No machine keeps 1e9, any keeps fast and 3600; 1e5 depends on the machine.
+        if (speed != "1e5") {
+            EXPECT_EQ(Has(r.err, "warning: this machine could not keep"), speed == "1e9") << r.err;
+        }
+    }
+}
+
+// A restart starts a new meter at its time, at the same cadence; the first report after it
+// covers the turns from the restart on. Wall-clock jumps back and forth keep one turn every
+// 10 s; the report after each is stamped on the jumped clock. A 7-day plot keeps a single
+// 10-second peak.
+TEST(EnergySimScenarioTest, RestartsJumpsAndLongPlot) {
+    struct Row {
+        const char *scenario, *duration;
+        std::vector<std::string> parts;  // of stdout or stderr
+    } rows[] = {
+        {"0 power on\n1h restart\n",
+         "2h",
+         {"turns            720\n", "restarts         1 (", "\"epoch\":1767575700,",
+          "cumulativeDateUTC\\\":\\\"1767574800\\\""}},
+        {"0 power on\n1h clock -2d\n2h clock +2d\n",
+         "3h",  // reports 01-03 01:00, 01-05 02:00
+         {"turns            1080\n", "\"epoch\":1767402000,", "\"epoch\":1767578400,"}},
+        {"0 power on\n10m config missing\n20m config restore\n",
+         "1h",
+         {"no estimate          0d 00:10:00"}},
+        {"0 power standby\n3d12h power on\n+10s power standby\n",
+         "7d",
+         {"NORMAL               0d 00:00:10"}},
+    };
+    for (const Row& row : rows) {
+        TempDir dir;
+        Result r = RunScenario(dir, row.scenario,
+                               {"--duration", row.duration, "--plot", dir.File("p.svg")});
+        ASSERT_EQ(r.status, 0) << r.err;
+        for (const std::string& part : row.parts) {
+            EXPECT_TRUE(Has(r.out + r.err, part)) << part << "\n" << r.err;
+        }
+        const std::string svg = testsupport::ReadText(dir.File("p.svg"));
+        EXPECT_LT(svg.size(), 1000000u);
+        const size_t peak = svg.find(">peak ");
+        ASSERT_NE(peak, std::string::npos);
+        EXPECT_GT(std::strtod(svg.c_str() + peak + 6, nullptr), 100.0);
+    }
+}
+
+// Block mode over a night with a restart: one daily report of 24 hourly blocks, each hour
+// once, whose energy the summary reads from the blocks.
+TEST(EnergySimBlocksTest, DailyReportHoldsEachHourOnce) {
+    Result r = RunSim({"--queue", "blocks", "--scenario", simtest::Data("scenarios/week.txt"),
+                       "--duration", "1d1h", "--log-level", "none"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+    const auto line = JsonValue::Create(r.out.substr(0, r.out.find('\n')));
+    const auto report = JsonValue::Create(line["json"].asString());
+    const auto& blocks = report["dailyPowerConsumption"];
+    ASSERT_EQ(blocks.size(), 24u);
+    double wh = 0.0;
+    for (unsigned i = 0; i < blocks.size(); ++i) {
+        EXPECT_EQ(blocks[i]["start"].asDouble(), 1767571200.0 + 3600.0 * i) << i;
+        EXPECT_EQ(blocks[i]["end"].asDouble(), 1767571200.0 + 3600.0 * (i + 1)) << i;
+        wh += blocks[i]["deltaEnergy"].asDouble();
+    }
+    char sent[64];
+    std::snprintf(sent, sizeof sent, "reports          1 sent (%.6f Wh)", wh);
+    EXPECT_TRUE(Has(r.err, sent)) << r.err;
 }
 
 }  // namespace
