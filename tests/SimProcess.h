@@ -18,7 +18,7 @@ struct SimCall {
     std::string program = EC_ENERGY_SIM;
     std::string stdout_path;  // "" = a file read back into Result::out
     std::string tmpdir;       // "" = inherited $TMPDIR
-    int signal = 0;           // sent once the program has run for 1.5 s
+    int signal = 0;           // sent once the program runs (needs tmpdir)
 };
 
 struct Result {
@@ -37,18 +37,21 @@ inline std::string ShellQuote(const std::string& s) {
 inline Result RunSim(const SimCall& call) {
     testsupport::TempDir dir;
     const std::string out = call.stdout_path.empty() ? dir.File("out") : call.stdout_path;
-    // timeout sends the signal after 1.5 s and returns the program's own status.
-    std::string cmd = call.signal == 0
-                          ? ""
-                          : "timeout --preserve-status -s " + std::to_string(call.signal) + " 1.5 ";
-    if (!call.tmpdir.empty()) {
-        cmd = "TMPDIR=" + ShellQuote(call.tmpdir) + " " + cmd;
-    }
+    std::string cmd = call.tmpdir.empty() ? "" : "TMPDIR=" + ShellQuote(call.tmpdir) + " ";
     cmd += ShellQuote(call.program);
     for (const std::string& a : call.args) {
         cmd += " " + ShellQuote(a);
     }
     cmd += " >" + ShellQuote(out) + " 2>" + ShellQuote(dir.File("err"));
+    if (call.signal != 0) {
+        // The program makes its temporary directory after it has set up its signal handlers:
+        // signal it half a second after that directory appears, whatever the machine's load;
+        // `wait` gives the program's own status.
+        const std::string made = "[ -n \"$(ls -A " + ShellQuote(call.tmpdir) + ")\" ]";
+        cmd += " & pid=$!; while kill -0 $pid 2>/dev/null && ! " + made +
+               "; do sleep 0.05; done; sleep 0.5; kill -" + std::to_string(call.signal) +
+               " $pid; wait $pid";
+    }
     Result r;
     r.status = WEXITSTATUS(std::system(cmd.c_str()));
     r.out = call.stdout_path.empty() ? testsupport::ReadText(out) : "";
