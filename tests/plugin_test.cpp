@@ -524,6 +524,7 @@ TEST_F(PluginTest, UnloadingCallsDestroyPluginOnceWhenItIsDue) {
         const uint64_t mark = tvsim::LogMark();
         if (r.create) {
             Create();
+            RunTo(0);  // a stop mid-turn is only seen after the next 10 s wait
         }
         if (r.destroy) {
             Destroy();
