@@ -50,7 +50,7 @@ constexpr int64_t kNanosPerSecond = 1000000000;
 // limit. Calling it again restarts virtual time at the new start; the virtual monotonic clock
 // keeps going from where it was, so it never runs backwards.
 void Enable(int64_t start_epoch_seconds);
-// Back to the real clock. Waits already parked stay parked until woken or released.
+// Back to the real clock. Waits already parked are released and return as timed out.
 void Disable();
 bool IsEnabled();
 
