@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <filesystem>
@@ -67,6 +68,33 @@ bool FinishesWithoutBlocking(const std::function<void()>& body, const std::strin
     }
     return quick;
 }
+
+// Caps the size of files this process writes to `bytes`, at most the hard limit (SIGXFSZ
+// ignored, so a write past the cap fails instead of killing it); the previous limit and handler
+// come back on destruction, also when a row fails half-way.
+class FileSizeCap {
+  public:
+    explicit FileSizeCap(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+        saved_ = getrlimit(RLIMIT_FSIZE, &old_) == 0;
+        const struct rlimit cap = {std::min(bytes, old_.rlim_max), old_.rlim_max};
+        ok_ = saved_ && setrlimit(RLIMIT_FSIZE, &cap) == 0;
+    }
+    ~FileSizeCap() {
+        if (saved_) {
+            setrlimit(RLIMIT_FSIZE, &old_);
+        }
+        signal(SIGXFSZ, handler_);
+    }
+    FileSizeCap(const FileSizeCap&) = delete;
+    FileSizeCap& operator=(const FileSizeCap&) = delete;
+    bool ok() const { return ok_; }
+
+  private:
+    struct rlimit old_ {};
+    sighandler_t handler_;
+    bool saved_ = false;
+    bool ok_ = false;
+};
 
 class PowerLogTest : public testsupport::SimTest {
   protected:
@@ -219,9 +247,6 @@ TEST_F(PowerLogTest, WritesTouchOnlyWhatChanged) {
             }
         }
     }
-    struct rlimit unlimited;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &unlimited), 0);
-    const auto old_handler = signal(SIGXFSZ, SIG_IGN);  // a write past the cap fails instead
     for (const Row& row : rows) {
         SCOPED_TRACE(&row - rows.data());
         std::remove(LogPath().c_str());
@@ -236,13 +261,13 @@ TEST_F(PowerLogTest, WritesTouchOnlyWhatChanged) {
         if (row.act == kReInit) {
             queue.Init();
         }
-        const struct rlimit cap = {row.before.size() + row.room, unlimited.rlim_max};
-        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, row.room < 0 ? &unlimited : &cap), 0);
-        Interval(queue, row.act == kNew ? n.start : kT0 + 40, 0.25);
-        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &unlimited), 0);
+        {
+            FileSizeCap cap(row.room < 0 ? RLIM_INFINITY : row.before.size() + row.room);
+            ASSERT_TRUE(cap.ok());
+            Interval(queue, row.act == kNew ? n.start : kT0 + 40, 0.25);
+        }
         EXPECT_EQ(ReadBytes(LogPath()), row.after);
     }
-    signal(SIGXFSZ, old_handler);
 }
 
 // Each row: a change made with the byte helpers to a file of two blocks, the report a new
