@@ -9,6 +9,11 @@
 #            a moved copy of the tree (.ci/check-install.sh)
 #   device   the plug-in and the support library built with -DEC_PLATFORM=device against a
 #            sysroot staged from build/stage (.ci/check-device.sh)
+#   armhf    cross-built for 32-bit ARM against a sysroot of Debian's armhf packages
+#            (scripts/stage-sysroot.sh); the suite under qemu-arm, under ctest and as one
+#            process; 64-bit time; week.txt's output byte for byte as on x86-64 (from the dev
+#            build); the set's build cross-built (.ci/check-cross.sh)
+#   arm64    the same for 64-bit ARM, without the set's build
 # Arguments pick stages (install needs clang, device needs install). Exits non-zero on any
 # failure.
 set -euo pipefail
@@ -16,10 +21,13 @@ cd "$(dirname "$0")"
 
 stages=("$@")
 if [ ${#stages[@]} -eq 0 ]; then
-  stages=(dev asan tsan clang install device)
+  stages=(dev asan tsan clang install device armhf arm64)
 fi
 
-bash scripts/setup-deps.sh
+case " ${stages[*]} " in
+  *" armhf "* | *" arm64 "*) bash scripts/setup-deps.sh --cross ;;
+  *) bash scripts/setup-deps.sh ;;
+esac
 
 for stage in "${stages[@]}"; do
   start=$(date +%s)
@@ -44,8 +52,17 @@ for stage in "${stages[@]}"; do
       echo "=== device: sysroot, configure and build"
       bash .ci/check-device.sh build/stage build/sysroot
       ;;
+    armhf | arm64)
+      echo "=== ${stage}: sysroot, cross build"
+      bash scripts/stage-sysroot.sh "$stage"
+      cmake --preset "$stage" >/dev/null
+      cmake --build --preset "$stage"
+      echo "=== ${stage}: test under qemu"
+      ctest --preset "$stage"
+      bash .ci/check-cross.sh "$stage"
+      ;;
     *)
-      echo "unknown stage '$stage' (dev asan tsan clang install device)" >&2
+      echo "unknown stage '$stage' (dev asan tsan clang install device armhf arm64)" >&2
       exit 2
       ;;
   esac

@@ -144,7 +144,7 @@ bool ParseStart(const std::string& text, int64_t* epoch) {
     if (text.size() != 20 ||
         std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%c%n", &tm.tm_year, &tm.tm_mon,
                     &tm.tm_mday, &tm.tm_hour, &tm.tm_min, &tm.tm_sec, &z, &used) != 7 ||
-        used != 20 || z != 'Z' || tm.tm_year < 1970 || tm.tm_year > 2105) {
+        used != 20 || z != 'Z' || tm.tm_year < 1970 || tm.tm_year > 2106) {
         return false;
     }
     const std::tm asked = tm;

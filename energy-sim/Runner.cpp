@@ -3,7 +3,6 @@
 #include <dlog.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -41,9 +40,7 @@ constexpr int kParkPollMs = 100;
 // Real monotonic time. The process's clock functions run in virtual time while the virtual
 // clock is enabled, so this goes to the kernel directly.
 int64_t RealNanos() {
-    struct timespec ts {};
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * vclock::kNanosPerSecond + ts.tv_nsec;
+    return vclock::KernelNanos(CLOCK_MONOTONIC);
 }
 
 void SleepReal(int64_t nanos) {

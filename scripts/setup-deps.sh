@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need, only those that are missing.
+# Installs the Debian packages the build and the tests need, only those that are missing;
+# with --cross, also those of the cross builds.
 # Add a package on a line of its own, to the group it belongs to.
 set -euo pipefail
 
@@ -14,8 +15,14 @@ PACKAGES=(
   # CI: the clang build, the Debian packages (dpkg-shlibdeps reads binaries with file)
   clang dpkg-dev file
 )
+# The builds for a set's CPU (./test.sh armhf arm64): Debian's cross compilers, qemu-user to run
+# what they build, mmdebstrap to stage the target's libraries (scripts/stage-sysroot.sh).
+CROSS_PACKAGES=(g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user-static mmdebstrap)
 # Extra packages for optional work: EXTRA_PACKAGES="libclang-rt-14-dev valgrind".
 read -r -a EXTRA <<< "${EXTRA_PACKAGES:-}"
+if [ "${1:-}" = "--cross" ]; then
+  EXTRA+=("${CROSS_PACKAGES[@]}")
+fi
 
 missing=()
 for p in "${PACKAGES[@]}" "${EXTRA[@]}"; do

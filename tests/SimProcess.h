@@ -1,6 +1,6 @@
 // Runs a host-kit program (energy-sim unless told otherwise) as a separate process for its
-// tests, through the shell: arguments, where stdout goes, a private $TMPDIR, and optionally a
-// signal sent while it runs.
+// tests, through the shell (and the emulator of a cross build): arguments, where stdout goes, a
+// private $TMPDIR, and optionally a signal sent while it runs.
 #pragma once
 
 #include <sys/wait.h>
@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "TestEmulator.h"
 #include "TestSupport.h"
 
 namespace simtest {
@@ -38,6 +39,9 @@ inline Result RunSim(const SimCall& call) {
     testsupport::TempDir dir;
     const std::string out = call.stdout_path.empty() ? dir.File("out") : call.stdout_path;
     std::string cmd = call.tmpdir.empty() ? "" : "TMPDIR=" + ShellQuote(call.tmpdir) + " ";
+    for (const std::string& e : testsupport::kEmulator) {
+        cmd += ShellQuote(e) + " ";
+    }
     cmd += ShellQuote(call.program);
     for (const std::string& a : call.args) {
         cmd += " " + ShellQuote(a);

@@ -229,30 +229,41 @@ TEST(EnergySimSpeedTest, EverySpeedRunsEveryTurn) {
 // A restart starts a new meter at its time, at the same cadence; the first report after it
 // covers the turns from the restart on. Wall-clock jumps back and forth keep one turn every
 // 10 s; the report after each is stamped on the jumped clock. A 7-day plot keeps a single
-// 10-second peak.
+// 10-second peak. Dates and stamps stay right after 2038 and up to the last 32-bit second.
 TEST(EnergySimScenarioTest, RestartsJumpsAndLongPlot) {
     struct Row {
-        const char *scenario, *duration;
+        const char* scenario;
+        std::vector<std::string> args;
         std::vector<std::string> parts;  // of stdout or stderr
     } rows[] = {
         {"0 power on\n1h restart\n",
-         "2h",
+         {"--duration", "2h"},
          {"turns            720\n", "restarts         1 (", "\"epoch\":1767575700,",
           "cumulativeDateUTC\\\":\\\"1767574800\\\""}},
         {"0 power on\n1h clock -2d\n2h clock +2d\n",
-         "3h",  // reports 01-03 01:00, 01-05 02:00
+         {"--duration", "3h"},  // reports 01-03 01:00, 01-05 02:00
          {"turns            1080\n", "\"epoch\":1767402000,", "\"epoch\":1767578400,"}},
         {"0 power on\n10m config missing\n20m config restore\n",
-         "1h",
+         {"--duration", "1h"},
          {"no estimate          0d 00:10:00"}},
         {"0 power standby\n3d12h power on\n+10s power standby\n",
-         "7d",
+         {"--duration", "7d"},
          {"NORMAL               0d 00:00:10"}},
+        // Time stamps across the end of a 32-bit time_t, and up to the last 32-bit second.
+        {"0 power on\n",
+         {"--start", "2038-01-19T03:00:00Z", "--duration", "31m"},
+         {"\"time\":\"2038-01-19T03:30:10Z\",\"epoch\":2147484610,",
+          "cumulativeDateUTC\\\":\\\"2147483710\\\""}},
+        {"0 power on\n",
+         {"--start", "2106-02-07T06:13:05Z", "--duration", "15m10s"},
+         {"\"time\":\"2106-02-07T06:28:05Z\",\"epoch\":4294967285,",
+          "cumulativeDateUTC\\\":\\\"4294966385\\\""}},
     };
     for (const Row& row : rows) {
         TempDir dir;
-        Result r = RunScenario(dir, row.scenario,
-                               {"--duration", row.duration, "--plot", dir.File("p.svg")});
+        std::vector<std::string> args = row.args;
+        args.insert(args.end(), {"--plot", dir.File("p.svg")});
+        Result r = RunScenario(dir, row.scenario, args);
         ASSERT_EQ(r.status, 0) << r.err;
         for (const std::string& part : row.parts) {
             EXPECT_TRUE(Has(r.out + r.err, part)) << part << "\n" << r.err;

@@ -5,7 +5,6 @@
 // unloading it in every order the framework might use, and the daily block report build.
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -63,9 +62,7 @@ std::string Report(double sum_wh, int64_t first_time) {
 
 // Real elapsed time, untouched by the virtual clock.
 int64_t RealMillis() {
-    struct timespec ts;
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+    return vclock::KernelNanos(CLOCK_MONOTONIC) / 1000000;
 }
 
 class PluginTest : public testsupport::SimTest {
@@ -91,8 +88,8 @@ class PluginTest : public testsupport::SimTest {
     // the worker parks.
     void Load(const char* path) {
         wexfhost::Reset();
-        vclock::Enable(kStart);
-        vclock::SetLimitSeconds(kStart);
+        vclock::Enable(start_);
+        vclock::SetLimitSeconds(start_);
         std::string error;
         plugin_ = wexfhost::Plugin::Load(path, &error);
         ASSERT_NE(plugin_, nullptr) << error;
@@ -118,7 +115,7 @@ class PluginTest : public testsupport::SimTest {
 
     // Lets the worker run the turn due `seconds` after the start and park right after it.
     void RunTo(int64_t seconds) {
-        vclock::SetLimitSeconds(kStart + seconds);
+        vclock::SetLimitSeconds(start_ + seconds);
         ASSERT_TRUE(vclock::WaitUntilParked());
     }
 
@@ -172,6 +169,7 @@ class PluginTest : public testsupport::SimTest {
         return Captured("^\\[Energy\\] Accumulated Power: (\\S+) from  UTC: .*$");
     }
 
+    int64_t start_ = kStart;  // the wall clock at Load
     testsupport::TempDir data_;
     testsupport::TempDir shared_;
     std::unique_ptr<wexfhost::Plugin> plugin_;
@@ -578,6 +576,44 @@ TEST_F(PluginTest, BlockModeReportsTheBlocksAndRestartsFromTheFile) {
     RunTo(70);
     EXPECT_EQ(testsupport::ReadBytes(data_.File("energy_log.dat")),
               powerlogtest::LogImage({{kStart + 60, kStart + 80, Sum(3, kWatts)}}));
+}
+
+// Time stamps are 32-bit seconds: right across 2038-01-19T03:14:08Z, where a 32-bit time_t
+// ends, and wrapping to 1970 after 2106-02-07T06:28:15Z, on every architecture. The running
+// total reports every 910 s, across the wrap too; the block log writes its first quarter hour.
+TEST_F(PluginTest, TimeStampsAcross2038AndThe32BitWrap) {
+    constexpr int64_t kWrap = int64_t{1} << 32;
+    const struct {
+        int64_t edge;
+        const char* turn_at_edge;
+    } rows[] = {{int64_t{1} << 31, "[Energy] UTC: 2038-1-19 3:14:8"},
+                {kWrap, "[Energy] UTC: 1970-1-1 0:0:0"}};
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.turn_at_edge);
+        start_ = r.edge - 450;
+        const uint64_t mark = tvsim::LogMark();
+        Load(EC_PLUGIN_PATH);
+        Create(0);
+        RunTo(900);
+        RunTo(1810);
+        EXPECT_EQ(Reports(),
+                  (std::vector<std::string>{Report(Sum(91, kWatts), start_ % kWrap),
+                                            Report(Sum(91, kWatts), (start_ + 910) % kWrap)}));
+        EXPECT_TRUE(tvsim::Logged(DLOG_INFO, kTag, r.turn_at_edge, mark));
+        Destroy();
+
+        std::remove(data_.File("energy_log.dat").c_str());
+        Load(EC_BLOCKS_PLUGIN_PATH);
+        Create(0);
+        RunTo(900);
+        EXPECT_EQ(testsupport::ReadBytes(data_.File("energy_log.dat")),
+                  powerlogtest::LogImage({{static_cast<uint32_t>(start_),
+                                           static_cast<uint32_t>(start_ + 900), Sum(90, kWatts)}}));
+        Destroy();
+        EXPECT_EQ(tvsim::CountLogged(DLOG_ERROR, kTag,
+                                     "[Energy] failed to get time by time function", mark),
+                  0u);
+    }
 }
 
 }  // namespace

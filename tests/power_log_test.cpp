@@ -414,13 +414,15 @@ TEST_F(PowerLogTest, RunningTotalIsDueNineHundredSecondsAfterItsFirstInterval) {
                                         "I [Energy] Accumulated power : 48.000000",
                                         "I [Energy]      From Time:  UTC: 2021-1-1 0:0:0", kRule}));
     // Reset keeps the 900 s threshold; the span is taken in 32 bits, across the wrap too, and
-    // a clock running backwards makes the total due at once.
+    // a clock running backwards makes the total due at once. A stamp above 32 bits counts as
+    // its low 32 bits (where unsigned long has 32 bits, it is those bits already).
+    const unsigned long above32 = static_cast<unsigned long>(0x1'0000'0010ull);
     const struct {
         unsigned long first, last;
         bool due;
-    } rows[] = {{kT0 + 2000, kT0 + 2899, false},        {kT0 + 2000, kT0 + 2900, true},
-                {0xFFFFFF00ul, 0x283ul, false},         {0xFFFFFF00ul, 0x284ul, true},
-                {0x1'0000'0010ul, 0x10ul + 899, false}, {kT0, kT0 - 1, true}};
+    } rows[] = {{kT0 + 2000, kT0 + 2899, false}, {kT0 + 2000, kT0 + 2900, true},
+                {0xFFFFFF00ul, 0x283ul, false},  {0xFFFFFF00ul, 0x284ul, true},
+                {above32, 0x10ul + 899, false},  {kT0, kT0 - 1, true}};
     for (const auto& r : rows) {
         log.Reset();
         EXPECT_FALSE(log.IsUploadRequired());  // nothing collected spans nothing
@@ -430,7 +432,7 @@ TEST_F(PowerLogTest, RunningTotalIsDueNineHundredSecondsAfterItsFirstInterval) {
         EXPECT_EQ(log.IsUploadRequired(), r.due) << r.first << " " << r.last;
     }
     log.Reset();
-    log.Add(0x1'0000'0010ul, 1.0, 10);
+    log.Add(above32, 1.0, 10);
     EXPECT_EQ(log.GetJson(),
               "{\"cumulativePower\":\"1.000000\",\"cumulativeUnit\":\"Wh\","
               "\"cumulativeDateUTC\":\"16\"}");

@@ -6,7 +6,6 @@
 // Loads the plug-in with the framework host, reports the "corvane" protocol ready, lets the
 // worker run `turns` turns (default 1000) of 10 virtual seconds each, then destroys the plug-in
 // and prints what happened. --echo copies every log line to stderr.
-#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -28,9 +27,7 @@ namespace {
 constexpr int64_t kStart = 1700000000;
 
 int64_t real_nanos() {
-    struct timespec ts;
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+    return vclock::KernelNanos(CLOCK_MONOTONIC);
 }
 
 }  // namespace

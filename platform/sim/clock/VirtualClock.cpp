@@ -3,8 +3,10 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -15,6 +17,20 @@
 #include <vector>
 
 #define VCLOCK_EXPORT extern "C" __attribute__((visibility("default")))
+
+// A 32-bit glibc build with a 64-bit time_t (_TIME_BITS=64) calls the clock functions under
+// their 64-bit names: the C library's headers redirect `time`, `gettimeofday`, `clock_gettime`
+// and `pthread_cond_clockwait` to `__time64`, `__gettimeofday64`, `__clock_gettime64` and
+// `__pthread_cond_clockwait64`, so the definitions at the end of this file are emitted under
+// those names there. Libraries built with the 32-bit time_t (libstdc++'s clocks, GLib) still
+// call the classic names, which this file then defines as well (VCLOCK_TIME32).
+#if defined(__USE_TIME_BITS64) && defined(__TIMESIZE) && __TIMESIZE == 32
+#define VCLOCK_TIME32 1
+#define VCLOCK_NAME(classic, time64) time64
+#else
+#define VCLOCK_TIME32 0
+#define VCLOCK_NAME(classic, time64) classic
+#endif
 
 namespace vclock {
 namespace {
@@ -35,20 +51,22 @@ void* next_symbol(const char* name) {
 }
 
 TimeFn real_time() {
-    static const TimeFn fn = reinterpret_cast<TimeFn>(next_symbol("time"));
+    static const TimeFn fn = reinterpret_cast<TimeFn>(next_symbol(VCLOCK_NAME("time", "__time64")));
     return fn;
 }
 GetTimeOfDayFn real_gettimeofday() {
-    static const GetTimeOfDayFn fn = reinterpret_cast<GetTimeOfDayFn>(next_symbol("gettimeofday"));
+    static const GetTimeOfDayFn fn = reinterpret_cast<GetTimeOfDayFn>(
+        next_symbol(VCLOCK_NAME("gettimeofday", "__gettimeofday64")));
     return fn;
 }
 ClockGetTimeFn real_clock_gettime() {
-    static const ClockGetTimeFn fn = reinterpret_cast<ClockGetTimeFn>(next_symbol("clock_gettime"));
+    static const ClockGetTimeFn fn = reinterpret_cast<ClockGetTimeFn>(
+        next_symbol(VCLOCK_NAME("clock_gettime", "__clock_gettime64")));
     return fn;
 }
 ClockWaitFn real_clockwait() {
-    static const ClockWaitFn fn =
-        reinterpret_cast<ClockWaitFn>(next_symbol("pthread_cond_clockwait"));
+    static const ClockWaitFn fn = reinterpret_cast<ClockWaitFn>(
+        next_symbol(VCLOCK_NAME("pthread_cond_clockwait", "__pthread_cond_clockwait64")));
     return fn;
 }
 
@@ -363,6 +381,17 @@ uint64_t VirtualWaitCount() {
     return g_wait_count;
 }
 
+int64_t KernelNanos(int clock_id) {
+    struct timespec ts {};
+#if defined(SYS_clock_gettime64)
+    // A 32-bit target: the classic call fills a 32-bit timespec, this build's has 64 bits.
+    syscall(SYS_clock_gettime64, clock_id, &ts);
+#else
+    syscall(SYS_clock_gettime, clock_id, &ts);
+#endif
+    return to_nanos(ts);
+}
+
 }  // namespace vclock
 
 // ---- The interposed C functions ----
@@ -406,3 +435,107 @@ VCLOCK_EXPORT int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* 
     }
     return vclock::virtual_wait(cond, mutex, base, abstime);
 }
+
+#if VCLOCK_TIME32
+// ---- The classic 32-bit entry points of a 32-bit glibc ----
+// Same clock, 32-bit seconds. Like the C library's own, a time that does not fit fails with
+// EOVERFLOW instead of wrapping.
+namespace vclock {
+namespace {
+
+struct Timespec32 {
+    int32_t tv_sec;
+    int32_t tv_nsec;
+};
+struct Timeval32 {
+    int32_t tv_sec;
+    int32_t tv_usec;
+};
+using Time32Fn = int32_t (*)(int32_t*);
+using GetTimeOfDay32Fn = int (*)(Timeval32*, void*);
+using ClockGetTime32Fn = int (*)(clockid_t, Timespec32*);
+using ClockWait32Fn = int (*)(pthread_cond_t*, pthread_mutex_t*, clockid_t, const Timespec32*);
+
+template <typename Fn>
+Fn classic(const char* name) {
+    return reinterpret_cast<Fn>(next_symbol(name));
+}
+
+// Seconds of `nanos` as a 32-bit count, or false when they do not fit.
+bool seconds32(int64_t nanos, int32_t* out) {
+    const int64_t s = nanos / kNanosPerSecond;
+    if (s < std::numeric_limits<int32_t>::min() || s > std::numeric_limits<int32_t>::max()) {
+        errno = EOVERFLOW;
+        return false;
+    }
+    *out = static_cast<int32_t>(s);
+    return true;
+}
+
+}  // namespace
+}  // namespace vclock
+
+VCLOCK_EXPORT int32_t vclock_time32(int32_t* out) noexcept __asm__("time");
+VCLOCK_EXPORT int vclock_gettimeofday32(vclock::Timeval32* tv, void* tz) noexcept
+    __asm__("gettimeofday");
+VCLOCK_EXPORT int vclock_clock_gettime32(clockid_t clock, vclock::Timespec32* ts) noexcept
+    __asm__("clock_gettime");
+VCLOCK_EXPORT int vclock_clockwait32(
+    pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
+    const vclock::Timespec32* abstime) __asm__("pthread_cond_clockwait");
+
+int32_t vclock_time32(int32_t* out) noexcept {
+    static const auto real = vclock::classic<vclock::Time32Fn>("time");
+    const int64_t v = vclock::virtual_now(vclock::Base::kRealtime);
+    if (v < 0) {
+        return real(out);
+    }
+    int32_t seconds = 0;
+    if (!vclock::seconds32(v, &seconds)) {
+        return -1;
+    }
+    if (out != nullptr) {
+        *out = seconds;
+    }
+    return seconds;
+}
+
+int vclock_gettimeofday32(vclock::Timeval32* tv, void* tz) noexcept {
+    static const auto real = vclock::classic<vclock::GetTimeOfDay32Fn>("gettimeofday");
+    const int64_t v = vclock::virtual_now(vclock::Base::kRealtime);
+    if (v < 0) {
+        return real(tv, tz);
+    }
+    if (!vclock::seconds32(v, &tv->tv_sec)) {
+        return -1;
+    }
+    tv->tv_usec = static_cast<int32_t>((v % vclock::kNanosPerSecond) / 1000);
+    return 0;
+}
+
+int vclock_clock_gettime32(clockid_t clock, vclock::Timespec32* ts) noexcept {
+    static const auto real = vclock::classic<vclock::ClockGetTime32Fn>("clock_gettime");
+    const int64_t v = vclock::virtual_now(vclock::base_of(clock));
+    if (v < 0) {
+        return real(clock, ts);
+    }
+    if (!vclock::seconds32(v, &ts->tv_sec)) {
+        return -1;
+    }
+    ts->tv_nsec = static_cast<int32_t>(v % vclock::kNanosPerSecond);
+    return 0;
+}
+
+int vclock_clockwait32(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock,
+                       const vclock::Timespec32* abstime) {
+    static const auto real = vclock::classic<vclock::ClockWait32Fn>("pthread_cond_clockwait");
+    const vclock::Base base = vclock::base_of(clock);
+    if (base == vclock::Base::kNone || !vclock::g_enabled.load(std::memory_order_acquire)) {
+        return real(cond, mutex, clock, abstime);
+    }
+    struct timespec wide;
+    wide.tv_sec = abstime->tv_sec;
+    wide.tv_nsec = abstime->tv_nsec;
+    return vclock::virtual_wait(cond, mutex, base, &wide);
+}
+#endif

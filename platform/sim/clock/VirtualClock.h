@@ -92,4 +92,9 @@ int ParkedCount();
 // Number of interposed waits that ran in virtual time since the last Enable.
 uint64_t VirtualWaitCount();
 
+// The kernel's own clock `clock_id` (CLOCK_MONOTONIC, ...) in nanoseconds, asked through the
+// system call itself, so neither this clock nor a sanitizer stands between: real time while
+// virtual time runs.
+int64_t KernelNanos(int clock_id);
+
 }  // namespace vclock
