@@ -609,6 +609,13 @@ TEST_F(PluginTest, TimeStampsAcross2038AndThe32BitWrap) {
         EXPECT_EQ(testsupport::ReadBytes(data_.File("energy_log.dat")),
                   powerlogtest::LogImage({{static_cast<uint32_t>(start_),
                                            static_cast<uint32_t>(start_ + 900), Sum(90, kWatts)}}));
+        // The block log prints a stamp with %ld: from 2038 on it reads negative where long has
+        // 32 bits (a 32-bit set), and as the stamp where long has 64.
+        const int64_t stamp = start_ % kWrap;
+        const int64_t printed = sizeof(long) == 4 && stamp >= kWrap / 2 ? stamp - kWrap : stamp;
+        const auto starts = Captured("^\\[Energy\\] start time: (-?[0-9]+), end time: .*$");
+        ASSERT_FALSE(starts.empty());
+        EXPECT_EQ(starts.back(), std::to_string(printed));
         Destroy();
         EXPECT_EQ(tvsim::CountLogged(DLOG_ERROR, kTag,
                                      "[Energy] failed to get time by time function", mark),

@@ -7,7 +7,9 @@
 // plug-in's clock and its timed waits run in virtual time without the plug-in knowing; the
 // plug-in itself exports nothing extra. While the virtual clock is disabled (the default),
 // each function forwards to the next definition in lookup order (dlsym(RTLD_NEXT, ...)): the C
-// library's, or a sanitizer's interceptor in front of it.
+// library's, or a sanitizer's interceptor in front of it. On a 32-bit target built with a
+// 64-bit time_t these are the C library's 64-bit entry points (__time64, ...), and the classic
+// 32-bit ones are defined beside them for libraries built with a 32-bit time_t.
 //
 // Virtual time. Enable(start) starts virtual time at `start` seconds since the epoch.
 // CLOCK_REALTIME (and time(), gettimeofday()) and CLOCK_MONOTONIC (with BOOTTIME, RAW and the
