@@ -1,4 +1,6 @@
 // The virtual clock that tests and the host lend to the plug-in.
+#include <dlfcn.h>
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/time.h>
 #include <time.h>
@@ -108,6 +110,40 @@ TEST_F(VirtualClockTest, DisabledForwardsToTheRealClockEnabledMovesOnlyInWaits) 
     vclock::Enable(kStart - 1000);
     EXPECT_EQ(time(nullptr), kStart - 1000);
     EXPECT_GE(Clock(CLOCK_MONOTONIC), mono + 3600 * kSec);
+}
+
+// The clock by its classic names, as a library built with a 32-bit time_t calls it (libstdc++'s
+// steady_clock on a 32-bit set): there it fails with EOVERFLOW from 2038 on, like the C
+// library's, while this build's time() goes on; where time_t always has 64 bits, the classic
+// names are this build's functions.
+TEST_F(VirtualClockTest, ClassicEntryPointsPast2038) {
+    constexpr int64_t k2038 = int64_t{1} << 31;
+    void* classic_time = dlsym(RTLD_DEFAULT, "time");
+    void* classic_clock = dlsym(RTLD_DEFAULT, "clock_gettime");
+    ASSERT_NE(classic_time, nullptr);
+    ASSERT_NE(classic_clock, nullptr);
+    vclock::Enable(k2038 - 1);
+    EXPECT_EQ(time(nullptr), k2038 - 1);
+    if (sizeof(long) == 4) {
+        struct Timespec32 {
+            int32_t tv_sec, tv_nsec;
+        } ts{};
+        const auto time32 = reinterpret_cast<int32_t (*)(int32_t*)>(classic_time);
+        const auto clock32 = reinterpret_cast<int (*)(clockid_t, Timespec32*)>(classic_clock);
+        EXPECT_EQ(time32(nullptr), k2038 - 1);
+        vclock::Enable(k2038);
+        errno = 0;
+        EXPECT_EQ(time32(nullptr), -1);
+        EXPECT_EQ(errno, EOVERFLOW);
+        EXPECT_EQ(clock32(CLOCK_REALTIME, &ts), -1);
+        EXPECT_EQ(clock32(CLOCK_MONOTONIC, &ts), 0);  // the monotonic clock is far from 2038
+    } else {
+        EXPECT_EQ(classic_time, reinterpret_cast<void*>(&time));
+        EXPECT_EQ(classic_clock, reinterpret_cast<void*>(&clock_gettime));
+        vclock::Enable(k2038);
+    }
+    EXPECT_EQ(time(nullptr), k2038);
+    EXPECT_EQ(Clock(CLOCK_REALTIME), k2038 * kSec);
 }
 
 TEST_F(VirtualClockTest, LimitParksTheWaitAndRaisingItReleasesExactlyToTheDeadline) {
