@@ -50,15 +50,32 @@ function(ec_install_plugin target)
     VERBATIM)
 endfunction()
 
-# ec_install_program(TARGET [COMPONENT]): a program of the host kit, installed into the
-# program directory (package "hostkit" unless COMPONENT is given).
-function(ec_install_program target)
-  set(component hostkit)
-  if(ARGC GREATER 1)
-    set(component ${ARGV1})
-  endif()
+# ec_install_program(TARGET COMPONENT SUMMARY): a program of the host kit, installed into the
+# program directory with its manual page, which help2man makes from the program's --help at
+# build time (section NAME: "TARGET - SUMMARY"). A cross build cannot run the program, and a
+# sanitizer build's program is not what gets installed: they make no page.
+find_program(EC_HELP2MAN help2man)
+function(ec_install_program target component summary)
   ec_install_runpath(${target} "${CMAKE_INSTALL_BINDIR}")
   install(TARGETS ${target} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT ${component})
+  if(CMAKE_CROSSCOMPILING OR NOT EC_SANITIZE STREQUAL "")
+    return()
+  endif()
+  if(NOT EC_HELP2MAN)
+    message(STATUS "help2man not found: no manual page for ${target}")
+    return()
+  endif()
+  set(page "${CMAKE_BINARY_DIR}/man/${target}.1")
+  add_custom_command(OUTPUT "${page}.gz"
+    COMMAND ${CMAKE_COMMAND} -E make_directory "${CMAKE_BINARY_DIR}/man"
+    COMMAND ${EC_HELP2MAN} --no-info --no-discard-stderr "--version-string=${PROJECT_VERSION}"
+            "--name=${summary}" --output=${page} $<TARGET_FILE:${target}>
+    COMMAND gzip -9nf "${page}"
+    DEPENDS ${target}
+    COMMENT "Manual page of ${target}"
+    VERBATIM)
+  add_custom_target(${target}-manpage ALL DEPENDS "${page}.gz")
+  install(FILES "${page}.gz" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT ${component})
 endfunction()
 
 # ec_configure_pc(TEMPLATE NAME COMPONENT): writes NAME.pc from TEMPLATE and installs it. The

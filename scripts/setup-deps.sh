@@ -12,8 +12,9 @@ PACKAGES=(
   libcli11-dev libfmt-dev libeigen3-dev
   # Tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
-  # CI: the clang build, the Debian packages (dpkg-shlibdeps reads binaries with file)
-  clang dpkg-dev file
+  # CI: the clang build, the Debian packages (dpkg-shlibdeps reads binaries with file; the
+  # programs' manual pages come from help2man; lintian checks the packages)
+  clang dpkg-dev file help2man lintian
 )
 # The builds for a set's CPU (./test.sh armhf arm64): Debian's cross compilers, qemu-user to run
 # what they build, mmdebstrap to stage the target's libraries (scripts/stage-sysroot.sh).
