@@ -6,19 +6,10 @@
 #include <exception>
 #include <utility>
 
+#include "EngineQueue.h"
 #include "Log.h"
 #include "LogTexts.h"
 #include "TimeUtil.h"
-
-// The queue behind the engine's interface, chosen here and nowhere else: the running total,
-// or in the daily block report build (EC_QUEUE_BLOCKS) the block log with its default options.
-#ifdef EC_QUEUE_BLOCKS
-#include "PowerLogQueue.h"
-using EngineQueue = powermeter::PowerLogQueue;
-#else
-#include "SimplePowerLogQueue.h"
-using EngineQueue = powermeter::SimplePowerLogQueue;
-#endif
 
 namespace powermeter {
 
@@ -33,15 +24,6 @@ constexpr unsigned long kQueueInterval = 10;
 // Turns run by every worker this process has started; never reset, not even by a new Start.
 // Only the worker touches it, and workers never overlap (the next one starts after a join).
 int32_t g_turn = 0;
-
-// The queue is always created as an EngineQueue, so that is its dynamic type; deleting it as
-// such runs the right destructor even though the interface has no virtual one.
-void delete_engine_queue(IPowerLogQueue* queue) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-    delete static_cast<EngineQueue*>(queue);
-#pragma GCC diagnostic pop
-}
 
 // Processor ticks between two clock() readings, printed with %d.
 int elapsed_ticks(std::clock_t since) {
@@ -59,7 +41,7 @@ PowerMeter* PowerMeter::GetInstance() {
 }
 
 PowerMeter::PowerMeter()
-    : m_queue(new EngineQueue(), &delete_engine_queue),
+    : m_queue(NewEngineQueue(), &DeleteEngineQueue),
       m_instantaneous_power(0.0),
       m_accumulated_power(0.0),
       m_accumulated_since(0) {

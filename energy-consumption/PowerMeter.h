@@ -39,7 +39,6 @@ class PowerMeter {
 
   private:
     // Lets unit tests read the running total.
-    friend class PowerMeterTestPeer;
 
     // IPowerLogQueue has no virtual destructor, so deleting a queue through it would skip the
     // concrete destructor (undefined behaviour): the deleter restores the concrete type.

@@ -1,0 +1,17 @@
+// The queue behind the metering engine. Each plug-in build links exactly one definition of
+// these two functions: EngineQueueTotal.cpp, the running total (libenergy-consumption.so), or
+// EngineQueueBlocks.cpp, the block log with its default options
+// (libenergy-consumption-blocks.so).
+#pragma once
+
+#include "IPowerLogQueue.h"
+
+namespace powermeter {
+
+// A new, uninitialised queue of this build's kind.
+IPowerLogQueue* NewEngineQueue();
+// Deletes a queue made by NewEngineQueue as its own type: the interface has no virtual
+// destructor.
+void DeleteEngineQueue(IPowerLogQueue* queue);
+
+}  // namespace powermeter
