@@ -7,6 +7,9 @@ namespace powermeter::logtext {
 
 // Followed by the clock ticks it took.
 inline constexpr char kMeterThreadCreated[] = "[Energy] elaspsed time to create PowerMeter thread ";
+// Followed by the clock ticks it took.
+inline constexpr char kMeterThreadTerminated[] =
+    "[Energy] elaspsed time to terminate PowerMeter thread ";
 // The start of a turn: this rule, the turn number, then more '='.
 inline constexpr char kTurnRule[] = "===================================";
 // Followed by the power status name.

@@ -16,14 +16,15 @@ namespace powermeter {
 namespace {
 
 constexpr std::chrono::nanoseconds kTurnPeriod{10000000000LL};
-constexpr double kNominalInterval = 10.0;  // seconds a turn's power is taken to last
 constexpr double kSecondsPerHour = 3600.0;
-constexpr double kPlausibilityLimit = 22.0;  // Wh per turn, i.e. 7920 W
 constexpr unsigned long kQueueInterval = 10;
 
 // Turns run by every worker this process has started; never reset, not even by a new Start.
 // Only the worker touches it, and workers never overlap (the next one starts after a join).
 int32_t g_turn = 0;
+
+// What follows the turn number in a turn's first line.
+constexpr char kTurnRuleTail[] = "============================================";
 
 // Processor ticks between two clock() readings, printed with %d.
 int elapsed_ticks(std::clock_t since) {
@@ -110,7 +111,7 @@ void PowerMeter::terminate_thread() {
         m_cond.notify_one();
         m_thread.join();
     }
-    ELOGI("[Energy] elaspsed time to terminate PowerMeter thread %d", elapsed_ticks(start));
+    ELOGI("%s%d", logtext::kMeterThreadTerminated, elapsed_ticks(start));
 }
 
 void PowerMeter::add_accumulated_power(double energy) {
@@ -126,10 +127,7 @@ void PowerMeter::run() {
     while (m_started.load()) {
         std::unique_lock<std::mutex> lock(m_mutex);
         try {
-            ELOGI(
-                "===================================%ld==========================================="
-                "=",
-                static_cast<long>(g_turn));
+            ELOGI("%s%ld%s", logtext::kTurnRule, static_cast<long>(g_turn), kTurnRuleTail);
             ++g_turn;
             m_calculator.Calculate();
             // Always the nominal 10 s, not the time actually spent since the last turn.

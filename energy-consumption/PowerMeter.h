@@ -37,9 +37,13 @@ class PowerMeter {
     // Whether the calculator can be initialised (initialises it as a side effect).
     bool IsAvailable();
 
-  private:
-    // Lets unit tests read the running total.
+    // A turn's power is taken to last this many seconds, whatever time actually passed.
+    static constexpr double kNominalInterval = 10.0;
+    // A turn's energy above this many watt-hours (7,920 W over the nominal interval) is taken
+    // as implausible and metered as 0.
+    static constexpr double kPlausibilityLimit = 22.0;
 
+  private:
     // IPowerLogQueue has no virtual destructor, so deleting a queue through it would skip the
     // concrete destructor (undefined behaviour): the deleter restores the concrete type.
     using QueuePtr = std::unique_ptr<IPowerLogQueue, void (*)(IPowerLogQueue*)>;

@@ -15,6 +15,20 @@ enum _PowerStatusForEnergy {
 
 class PowerStatus {
   public:
+    // The name of each state, as the log prints it, in state order.
+    static constexpr const char* kNames[MAX_POWER_STATUS_FOR_ENERGY + 1] = {
+        "NORMAL",      "LPM",     "BACKGROUND_STANDBY",         "ALWAYS_ON_SCREEN",
+        "PICTURE_OFF", "SUSPEND", "MAX_POWER_STATUS_FOR_ENERGY"};
+    // Device power states and ambient modes as the platform reports them.
+    static constexpr int kStateOn = 0;
+    static constexpr int kStatePictureOff = 1;
+    static constexpr int kStateStandby = 2;
+    static constexpr int kStateSuspend = 3;
+    static constexpr int kStateLowPower = 4;
+    static constexpr int kAmbientOff = 0;
+    static constexpr int kAmbientAlwaysOnScreen = 1;
+    static constexpr int kAmbientLowPower = 2;
+
     // Reads the device power state and the ambient mode; unknown states and errors count as
     // SUSPEND.
     static _PowerStatusForEnergy GetCurrent();

@@ -13,12 +13,6 @@
 
 namespace powermeter {
 
-namespace {
-
-constexpr const char kVconfKey[] = "memory/ave/powerconsumption";
-
-}  // namespace
-
 Registers::Registers() {
     for (int i = 0; i < kCount; ++i) {
         values_[i] = kNotAvailable;
@@ -34,15 +28,15 @@ void Registers::Refresh() {
 }
 
 std::string Registers::read_vconf() {
-    char* value = vconf_get_str(kVconfKey);
+    char* value = vconf_get_str(Registers::kVconfKey);
     std::string text;
     if (value == nullptr) {
-        ELOGE("[ENERGY] failed to get vconf: %s", kVconfKey);
+        ELOGE("[ENERGY] failed to get vconf: %s", Registers::kVconfKey);
         text = "-";
     } else {
         text = common::TakeString(value);
     }
-    ELOGD("[ENERGY] %s: %s", kVconfKey, text.c_str());
+    ELOGD("[ENERGY] %s: %s", Registers::kVconfKey, text.c_str());
     return text;
 }
 

@@ -22,6 +22,8 @@ enum _SYSTEMREGISTER {
 
 class Registers {
   public:
+    // The configuration key that holds the registers.
+    static constexpr char kVconfKey[] = "memory/ave/powerconsumption";
     static constexpr int kCount = 9;
     static constexpr int32_t kNotAvailable = -12345678;
     // The JSON member name of each register, in register order.

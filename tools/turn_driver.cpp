@@ -17,6 +17,7 @@
 #include <fstream>
 #include <string>
 
+#include "Registers.h"
 #include "TempDir.h"
 #include "VirtualClock.h"
 #include "tvsim/Simulator.h"
@@ -62,7 +63,7 @@ int main(int argc, char** argv) {
     tvsim::SetPanelType(std::string("PT55DRIVE1"));
     tvsim::SetMasterVolume(20);
     tvsim::SetSpeakerSelection(0);
-    tvsim::SetVconf("memory/ave/powerconsumption",
+    tvsim::SetVconf(powermeter::Registers::kVconfKey,
                     std::string("{\"ANA\":\"700\",\"DutySum\":\"2000\",\"APL\":\"40\","
                                 "\"RESOLUTION\":\"2160\",\"TEMP\":\"41\"}"));
     vclock::Enable(kStart);
