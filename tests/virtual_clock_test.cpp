@@ -52,7 +52,15 @@ class Worker {
             Stop();
         }
     }
-    // Call after WaitUntilParked, so that the wake-up cannot be lost.
+    // Returns once the worker waits after its `turns`-th turn: it holds its mutex everywhere
+    // else, so a Stop that follows cannot be lost.
+    void WaitUntilWaitingAfter(int turns) {
+        while (turns_ < turns) {
+            std::this_thread::yield();
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+    }
+    // Call after WaitUntilParked or WaitUntilWaitingAfter, so that the wake-up cannot be lost.
     void Stop() {
         stop_ = true;
         cond_.notify_one();
@@ -182,9 +190,7 @@ TEST_F(VirtualClockTest, StopRightAfterParkingIsNeverLost) {
     ASSERT_TRUE(vclock::WaitUntilParked());
     vclock::Disable();
     EXPECT_EQ(vclock::ParkedCount(), 0);
-    while (worker.turns_ < 2) {
-        std::this_thread::yield();
-    }
+    worker.WaitUntilWaitingAfter(2);
     const int64_t before = Kernel(CLOCK_MONOTONIC);
     worker.Stop();
     EXPECT_LT(Kernel(CLOCK_MONOTONIC) - before, 5 * kSec);
