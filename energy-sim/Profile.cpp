@@ -1,13 +1,10 @@
 #include "Profile.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <stdexcept>
 
 #include "Error.h"
+#include "InputFile.h"
 #include "Names.h"
 #include "Registers.h"
 #include "SharedJson.h"
@@ -170,13 +167,12 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
 }
 
 DeviceProfile LoadProfile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw SimError("cannot read profile " + path + ": " + std::strerror(errno));
+    hostkit::InputFile file(path, kMaxProfileBytes);
+    std::string text;
+    if (!file.ReadAll(&text)) {
+        throw SimError("cannot read profile " + path + ": " + file.error());
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return ParseProfile(text.str(), path);
+    return ParseProfile(text, path);
 }
 
 std::string PictureJson(const std::map<std::string, std::string>& picture) {

@@ -17,6 +17,7 @@
 #include <mutex>
 
 #include "Error.h"
+#include "InputFile.h"
 #include "LogOutput.h"
 #include "LogTexts.h"
 #include "Plot.h"
@@ -36,6 +37,8 @@ constexpr uint64_t kStep = 3600;                  // simulated seconds between c
 constexpr int64_t kPaceTick = 10000000;           // real nanoseconds between limit raises
 constexpr int64_t kProgressInterval = 100000000;  // real nanoseconds between progress lines
 constexpr int kParkPollMs = 100;
+// The largest plug-in library loaded (a sanitizer build is a few MB).
+constexpr uint64_t kMaxPluginBytes = 256ull * 1024 * 1024;
 
 // Real monotonic time. The process's clock functions run in virtual time while the virtual
 // clock is enabled, so this goes to the kernel directly.
@@ -216,6 +219,15 @@ void Session::apply_entries_at(uint64_t offset, bool protocol) {
 }
 
 void Session::load_plugin() {
+    // dlopen would block on a FIFO and read a device without end: a path that names something
+    // must be a regular file. A missing one is left to dlopen, whose message says it all.
+    struct stat st;
+    if (o_.plugin_path.find('/') != std::string::npos && stat(o_.plugin_path.c_str(), &st) == 0) {
+        const std::string why = hostkit::CheckInputFile(o_.plugin_path, kMaxPluginBytes);
+        if (!why.empty()) {
+            throw SimError("cannot load plug-in '" + o_.plugin_path + "': " + why);
+        }
+    }
     std::string error;
     plugin_ = wexfhost::Plugin::Load(o_.plugin_path, &error);
     if (!plugin_) {

@@ -1,18 +1,17 @@
 #include "Scenario.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <sstream>
 
 #include "Error.h"
+#include "InputFile.h"
 #include "Registers.h"
 
 namespace energysim {
@@ -410,15 +409,16 @@ Scenario ParseScenario(const std::string& text, const std::string& origin) {
 }
 
 Scenario LoadScenario(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    struct stat st;
-    if (!in || stat(path.c_str(), &st) != 0) {
-        throw SimError("cannot read scenario " + path + ": " + std::strerror(errno));
+    hostkit::InputFile file(path, kMaxScenarioBytes);
+    std::istream in(&file);
+    Scenario scenario;
+    if (file.ok()) {
+        scenario = ParseScenario(in, path);
     }
-    if (!S_ISREG(st.st_mode)) {
-        throw SimError("cannot read scenario " + path + ": not a regular file");
+    if (!file.ok()) {
+        throw SimError("cannot read scenario " + path + ": " + file.error());
     }
-    return ParseScenario(in, path);
+    return scenario;
 }
 
 }  // namespace energysim

@@ -113,8 +113,9 @@ struct Scenario {
     bool SetsCorvaneAtStart() const;
 };
 
-// The longest scenario line accepted.
+// The longest scenario line accepted, and the largest scenario file.
 constexpr size_t kMaxLineBytes = 64 * 1024;
+constexpr uint64_t kMaxScenarioBytes = 16 * 1024 * 1024;
 
 // The longest duration ParseDuration accepts (about 31,000 years): sums stay far from overflow.
 constexpr uint64_t kMaxDurationSeconds = 1000000000000ull;
@@ -130,7 +131,8 @@ std::string Quote(const std::string& text);
 // Throws SimError "<origin>:<line>: <why>" for a bad entry.
 Scenario ParseScenario(const std::string& text, const std::string& origin);
 Scenario ParseScenario(std::istream& in, const std::string& origin);
-// Throws SimError for a file that cannot be read, is not a regular file, or has a bad entry.
+// Throws SimError for a file that cannot be read, is not a regular file, is larger than
+// kMaxScenarioBytes, or has a bad entry.
 Scenario LoadScenario(const std::string& path);
 
 }  // namespace energysim

@@ -2,6 +2,7 @@
 // day of reports computed independently from the factor row, hostile input, failing outputs,
 // signals, every speed, restarts, wall-clock jumps, failed turns and block mode.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cmath>
 #include <cstdio>
@@ -140,11 +141,26 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     testsupport::WriteText(dir.File("long.txt"), "0 note " + std::string(70000, 'n') + "\n");
     testsupport::WriteText(dir.File("far.txt"), "999999999d999999999d power on\n");
     const std::string none = dir.File("no/such/dir"), far = dir.File("far.txt");
+    // A FIFO blocks an ordinary open and read, /dev/zero never ends: inputs are regular files.
+    const std::string fifo = dir.File("fifo"), big = dir.File("big.json"), edge = dir.File("1m");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    // A profile of exactly the 1 MiB bound is read (and refused for its field), one byte more is
+    // not read at all.
+    const std::string volume = "{\"volume\": 500}";
+    testsupport::WriteText(edge, volume + std::string((1 << 20) - volume.size(), ' '));
+    testsupport::WriteText(big, volume + std::string((1 << 20) + 1 - volume.size(), ' '));
     struct Row {
         std::vector<std::string> args;
         std::string expected;  // the whole message after "energy-sim: "
     } rows[] = {
         {{"--scenario", dir.path()}, "cannot read scenario " + dir.path() + ": not a regular file"},
+        {{"--scenario", fifo}, "cannot read scenario " + fifo + ": not a regular file"},
+        {{"--profile", fifo}, "cannot read profile " + fifo + ": not a regular file"},
+        {{"--profile", "/dev/zero"}, "cannot read profile /dev/zero: not a regular file"},
+        {{"--profile", dir.path()}, "cannot read profile " + dir.path() + ": not a regular file"},
+        {{"--profile", edge}, edge + ": field \"volume\": must be between 0 and 100"},
+        {{"--profile", big}, "cannot read profile " + big + ": larger than 1 MiB"},
+        {{"--plugin", fifo}, "cannot load plug-in '" + fifo + "': not a regular file"},
         {{"--scenario", far},
          far + ":1: bad time '999999999d999999999d' (use e.g. 90s, 15m, 3h, 1h30m, 2d or "
                "HH:MM[:SS])"},
