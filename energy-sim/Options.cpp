@@ -28,11 +28,13 @@ speaker ("tv", "external" or N), powerState ("on", "picture-off", "standby", "am
 "lpm", "suspend" or N), ambientMode (N), dataDir, sharedDir. An unset dataDir is a fresh
 temporary directory; an unset sharedDir is the directory holding the sample energy_factors.dat.
 
-Signals: the first SIGINT or SIGTERM ends the run after the current turn, with the summary
-and the plot (exit status 130 or 143); a second one ends the program at once.
+Signals: the first SIGINT, SIGTERM or SIGHUP ends the run after the current turn, with the
+summary and the plot (exit status 130, 143 or 129); a second one ends the program at once.
+SIGXFSZ (a write passed the file-size limit) ends the run the same way (status 153). SIGPIPE
+is ignored: a closed pipe on stdout is a write error.
 
-Exit status: 0 done, 1 not supported (check), 2 bad input, a plug-in that cannot be loaded
-or an output that cannot be written.)";
+Exit status: 0 done, 1 not supported (check), 2 bad input, a plug-in that cannot be loaded,
+an output that cannot be written or any other error; 129, 130, 143, 153 the signals above.)";
 
 // The longest run: time stamps are 32-bit seconds, so the run must also end by 2106.
 constexpr uint64_t kMaxDuration = 366ull * 86400;

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
@@ -12,6 +14,8 @@
 
 #include "Error.h"
 #include "Options.h"
+#include "Profile.h"
+#include "Runner.h"
 #include "Scenario.h"
 #include "SharedJson.h"
 #include "SimProcess.h"
@@ -188,9 +192,9 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     }
 }
 
-// A failing output or a signal ends the run: a message, its status, no temporary data left;
-// a failure mid-run stops the worker through DestroyPlugin, a signal after the current turn
-// with the summary and the plot.
+// A failing output, an exception or a signal ends the run: a message, its status, no temporary
+// data left; a failure mid-run stops the worker through DestroyPlugin and leaves no partial
+// plot, a signal ends it after the current turn with the summary and the plot.
 TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
     TempDir out;
     const std::string log = out.File("log"), plot = out.File("p.svg");
@@ -201,32 +205,103 @@ TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
         std::string stdout_path;
         std::vector<std::string> args;
         std::string expected;  // part of stderr
+        std::string duration = "1h";
+        std::string stdout_reader = "";
+        std::string stderr_path = "";
+        bool missing_tmpdir = false;  // $TMPDIR names a directory that does not exist
     } rows[] = {
-        {0, "/dev/full", {"--log", log, "--log-level", "info"}, "write the reports to stdout: No"},
+        {0,
+         "/dev/full",
+         {"--log", log, "--log-level", "info", "--plot", plot},
+         "write the reports to stdout: No"},
+        // A reader that goes away: the write fails with EPIPE (more than a pipe's buffer).
+        {0,
+         "",
+         {"--log-level", "none", "--plot", plot},
+         "energy-sim: cannot write the reports to stdout: Broken pipe\n",
+         "7d",
+         "head -c 1 >/dev/null"},
         {0, "", {"--log", "/dev/full", "--log-level", "info"}, "write log file /dev/full: No"},
         {0, "", {"--plot", "/dev/full"}, "energy-sim: cannot write plot /dev/full: No space left"},
-        {SIGINT, "", paced, ", interrupted by SIGINT"},
-        {SIGTERM, "", paced, ", interrupted by SIGTERM"},
+        {0, "", {"--log-level", "none"}, "", "1h", "", "/dev/full"},  // the summary is lost
+        {0,
+         "",
+         {"--plot", plot},
+         "/energy-sim-XXXXXX: No such file or directory\n",
+         "1h",
+         "",
+         "",
+         true},
+        {SIGINT, "", paced, ", interrupted by SIGINT", "10h"},
+        {SIGTERM, "", paced, ", interrupted by SIGTERM", "10h"},
+        {SIGHUP, "", paced, ", interrupted by SIGHUP", "10h"},
+        // As when a write of the run passes the file-size limit.
+        {SIGXFSZ, "", paced, ", interrupted by SIGXFSZ", "10h"},
     };
     for (const Row& row : rows) {
         TempDir tmp;
         std::filesystem::remove(plot);
         simtest::SimCall call;
         call.args = row.args;
-        call.args.insert(call.args.end(), {"--duration", row.signal != 0 ? "10h" : "1h"});
+        call.args.insert(call.args.end(), {"--duration", row.duration});
         call.stdout_path = row.stdout_path;
-        call.tmpdir = tmp.path();
+        call.stdout_reader = row.stdout_reader;
+        call.stderr_path = row.stderr_path;
+        call.tmpdir = tmp.path() + (row.missing_tmpdir ? "missing" : "");
         call.signal = row.signal;
         Result r = RunSim(call);
-        EXPECT_EQ(r.status, row.signal != 0 ? 128 + row.signal : 2) << r.err;
+        EXPECT_EQ(r.status, row.signal != 0 ? 128 + row.signal : 2) << row.expected << r.err;
         EXPECT_TRUE(Has(r.err, row.expected)) << r.err;
         EXPECT_TRUE(std::filesystem::is_empty(tmp.path())) << "temporary data directory left";
         if (row.signal != 0) {
             EXPECT_EQ(testsupport::ReadText(plot).rfind("<svg", 0), 0u);
-        } else if (row.stdout_path == "/dev/full") {
+        } else {
+            EXPECT_FALSE(testsupport::Exists(plot)) << "partial plot left";
+        }
+        if (row.stdout_path == "/dev/full") {
             EXPECT_TRUE(Has(testsupport::ReadText(log), "elaspsed time to terminate PowerMeter"));
         }
     }
+}
+
+// Sets the stop flag, as the signal handler does, when the first report is written: from the
+// plug-in's thread, inside the turn that sends it.
+class SignalOnWrite : public std::streambuf {
+  public:
+    explicit SignalOnWrite(std::atomic<int>* flag) : flag_(flag) {}
+
+  protected:
+    std::streamsize xsputn(const char*, std::streamsize n) override {
+        flag_->store(SIGINT);
+        return n;
+    }
+    int_type overflow(int_type c) override {
+        flag_->store(SIGINT);
+        return c;
+    }
+
+  private:
+    std::atomic<int>* flag_;
+};
+
+// At full speed the worker runs an hour between two checks of the host; a signal still ends
+// the run after the turn that was running (the first report's, at 00:15:00), not at 01:00:00.
+using EnergySimSignalTest = testsupport::SimTest;
+TEST_F(EnergySimSignalTest, FullSpeedStopsAfterTheCurrentTurn) {
+    std::atomic<int> flag{0};
+    SignalOnWrite buffer(&flag);
+    std::ostream out(&buffer);
+    std::ostringstream err;
+    energysim::RunOptions o;
+    o.plugin_path = EC_PLUGIN_PATH;
+    o.profile = energysim::DefaultProfile();
+    o.profile.shared_dir = simtest::Data("");
+    o.start = 1767571200;
+    o.log_level = 99;
+    o.interrupt = &flag;
+    EXPECT_EQ(energysim::Run(o, out, err), 128 + SIGINT);
+    EXPECT_TRUE(Has(err.str(), "simulated time   0d 00:15:10 (910 s), interrupted by SIGINT\n"))
+        << err.str();
 }
 
 // Every speed runs one turn per 10 simulated seconds, to the end.
