@@ -144,14 +144,18 @@ Command Build(const Words& w) {
         return command::Note{w.rest};
     }
     if (c == "protocol") {
+        // A number must be one of the framework's statuses: the status is a C enum whose
+        // values are 0-3, and no other value can be held in it or passed to the plug-in.
         auto status = a.size() == 2 ? ValueOf(kProtocolStatusNames, a[1]) : std::nullopt;
         if (!status && a.size() == 2) {
-            if (auto n = ParseInt(a[1], -1000, 1000)) {
+            if (auto n =
+                    ParseInt(a[1], WEXF_PROTOCOL_STATUS_CONNECTED, WEXF_PROTOCOL_STATUS_ERROR)) {
                 status = static_cast<wexf_protocol_status_e>(*n);
             }
         }
         if (!status) {
-            return fail("protocol takes NAME and " + NameList(kProtocolStatusNames, "|") + "|N");
+            return fail("protocol takes NAME and " + NameList(kProtocolStatusNames, "|") +
+                        "|N (N from 0 to 3)");
         }
         return command::Protocol{a[0], *status};
     }

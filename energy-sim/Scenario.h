@@ -17,7 +17,7 @@
 //                               IDS TEMP; VALUE a whole number, or '-' to stop publishing it)
 //     config missing|restore   (the configuration key disappears / comes back)
 //     config-raw TEXT          (the key holds TEXT verbatim until the next picture/config)
-//     protocol NAME ready|connected|disconnected|error|N
+//     protocol NAME ready|connected|disconnected|error|N   (N from 0 to 3)
 //     fail CALL CODE           (a platform call, e.g. device_power_get_state, fails with CODE)
 //     restore CALL
 //     note TEXT                (a label on the plot)

@@ -55,6 +55,15 @@ TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
                             "0 clock +5m +1m", "0 clock +-5m"}) {
         EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
     }
+    // A protocol status is one of the framework's four values, by name or number.
+    const auto error = energysim::ParseScenario("0 protocol corvane 3", "s").entries.at(0).command;
+    EXPECT_EQ(energysim::Describe(error), "protocol corvane error");
+    EXPECT_EQ(
+        energysim::Describe(energysim::ParseScenario("0 protocol x 0", "s").entries.at(0).command),
+        "protocol x connected");
+    for (const char* bad : {"0 protocol corvane 4", "0 protocol corvane -1"}) {
+        EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
+    }
 }
 
 // Row 103 of the sample data set (24_QUASAR_55, VP55UA2X01), backlight type 2:
@@ -144,6 +153,7 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     testsupport::WriteText(dir.File("junk.txt"), "0 \x01\x02\xfe" + std::string(200, 'z') + "\n");
     testsupport::WriteText(dir.File("long.txt"), "0 note " + std::string(70000, 'n') + "\n");
     testsupport::WriteText(dir.File("far.txt"), "999999999d999999999d power on\n");
+    testsupport::WriteText(dir.File("status.txt"), "0 protocol corvane 1000\n");
     const std::string none = dir.File("no/such/dir"), far = dir.File("far.txt");
     // A FIFO blocks an ordinary open and read, /dev/zero never ends: inputs are regular files.
     const std::string fifo = dir.File("fifo"), big = dir.File("big.json"), edge = dir.File("1m");
@@ -171,6 +181,9 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
         {{"--scenario", dir.File("junk.txt")},
          dir.File("junk.txt") + ":1: unknown command '\\x01\\x02\\xfe" + std::string(37, 'z') +
              "...'"},
+        {{"--scenario", dir.File("status.txt")},
+         dir.File("status.txt") +
+             ":1: protocol takes NAME and ready|connected|disconnected|error|N (N from 0 to 3)"},
         {{"--scenario", dir.File("long.txt")},
          dir.File("long.txt") + ":1: line longer than 65536 bytes"},
         {{"--start", "2026-02-31T99:99:99Z"},
