@@ -262,7 +262,7 @@ CommandLine ParseCommandLine(int argc, char** argv) {
     if (o.duration > kMaxDuration) {
         throw SimError("--duration is longer than 366 days");
     }
-    if (static_cast<uint64_t>(o.start) + o.duration > 4294967295ull) {
+    if (o.start + static_cast<int64_t>(o.duration) > kLastTimeStamp) {
         throw SimError("the run would end after 2106-02-07T06:28:15Z, past 32-bit time stamps");
     }
     return cl;

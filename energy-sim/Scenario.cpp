@@ -407,6 +407,37 @@ Scenario ParseScenario(std::istream& in, const std::string& origin) {
     return scenario;
 }
 
+void CheckClockJumps(const Scenario& scenario, int64_t start, uint64_t duration) {
+    const auto& entries = scenario.entries;
+    int64_t shift = 0;
+    for (size_t i = 0; i < entries.size() && entries[i].offset < duration; ++i) {
+        const auto* jump = std::get_if<command::Clock>(&entries[i].command);
+        if (jump == nullptr) {
+            continue;
+        }
+        shift += jump->seconds;
+        // Offsets and jumps are at most kMaxDurationSeconds each: no overflow.
+        const int64_t at = start + static_cast<int64_t>(entries[i].offset) + shift;
+        uint64_t until = duration;  // the wall clock runs on from the jump to the next one
+        for (size_t j = i + 1; j < entries.size() && entries[j].offset < duration; ++j) {
+            if (std::holds_alternative<command::Clock>(entries[j].command)) {
+                until = entries[j].offset;
+                break;
+            }
+        }
+        const std::string where = scenario.origin + ":" + std::to_string(entries[i].line) + ": ";
+        if (at < 0) {
+            throw SimError(where + Describe(entries[i].command) +
+                           " would move the wall clock before 1970");
+        }
+        if (start + shift + static_cast<int64_t>(until) > kLastTimeStamp) {
+            throw SimError(where + "after " + Describe(entries[i].command) +
+                           " the run would end after 2106-02-07T06:28:15Z, past 32-bit time "
+                           "stamps");
+        }
+    }
+}
+
 Scenario ParseScenario(const std::string& text, const std::string& origin) {
     std::istringstream in(text);
     return ParseScenario(in, origin);

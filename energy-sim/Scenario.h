@@ -128,6 +128,16 @@ bool ParseDuration(const std::string& text, uint64_t* seconds);
 // written as \xNN and anything past 40 bytes cut to "...".
 std::string Quote(const std::string& text);
 
+// The last wall-clock second a run may reach: time stamps are unsigned 32-bit seconds
+// (2106-02-07T06:28:15Z).
+constexpr int64_t kLastTimeStamp = 4294967295;
+
+// Refuses, before the run, a wall-clock jump that would put the wall clock before 1970 or make
+// the run end after kLastTimeStamp, as --start with --duration is refused. A run of `duration`
+// seconds from `start` applies the entries before `duration`. Throws SimError
+// "<origin>:<line>: <why>".
+void CheckClockJumps(const Scenario& scenario, int64_t start, uint64_t duration);
+
 // Throws SimError "<origin>:<line>: <why>" for a bad entry.
 Scenario ParseScenario(const std::string& text, const std::string& origin);
 Scenario ParseScenario(std::istream& in, const std::string& origin);

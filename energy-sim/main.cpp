@@ -69,6 +69,7 @@ int Main(int argc, char** argv) {
     }
     if (!cl.scenario_path.empty()) {
         o.scenario = energysim::LoadScenario(cl.scenario_path);
+        energysim::CheckClockJumps(*o.scenario, o.start, o.duration);
     }
     o.progress = o.progress && isatty(STDERR_FILENO) != 0;
     o.interrupt = &g_signal;

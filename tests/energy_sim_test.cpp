@@ -66,6 +66,36 @@ TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
     }
 }
 
+// A run of 366 days from 2026-01-05 may end at 2106-02-07T06:28:15Z at the latest and never
+// read a wall clock before 1970, whatever its jumps; an entry at the end is never applied.
+TEST(EnergySimParseTest, ClockJumpsStayWithinThe32BitRange) {
+    struct Row {
+        const char* scenario;
+        bool allowed;
+    } rows[] = {
+        {"1d clock +28886d6h28m15s", true},  // ends on the last second
+        {"1d clock +28886d6h28m16s", false},
+        // Ahead from 1d to 2d only, up to the last second; a day longer is too far.
+        {"1d clock +29250d6h28m15s\n2d clock -29250d6h28m15s", true},
+        {"1d clock +29250d6h28m15s\n2d note x\n3d clock -29250d6h28m15s", false},
+        {"366d clock +29000d", true},
+        {"1h clock -20458d1h", true},  // back to 00:00:00 on 1970-01-01
+        {"1h clock -20458d1h1s", false},
+        {"1h clock -10000d\n2h clock -10458d2h1s", false},
+    };
+    for (const Row& row : rows) {
+        const auto scenario = energysim::ParseScenario(row.scenario, "s");
+        if (row.allowed) {
+            EXPECT_NO_THROW(energysim::CheckClockJumps(scenario, 1767571200, 366 * 86400))
+                << row.scenario;
+        } else {
+            EXPECT_THROW(energysim::CheckClockJumps(scenario, 1767571200, 366 * 86400),
+                         energysim::SimError)
+                << row.scenario;
+        }
+    }
+}
+
 // Row 103 of the sample data set (24_QUASAR_55, VP55UA2X01), backlight type 2:
 // OD 500-1800, VF 48-56, ALPHA 1.0, 4 blocks, CELL 12, MAIN 30, SPEAKER 12.
 // Watts watching at ANA 900, DutySum 1000, 2160 lines, volume 30 on the TV speaker.
@@ -154,6 +184,10 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     testsupport::WriteText(dir.File("long.txt"), "0 note " + std::string(70000, 'n') + "\n");
     testsupport::WriteText(dir.File("far.txt"), "999999999d999999999d power on\n");
     testsupport::WriteText(dir.File("status.txt"), "0 protocol corvane 1000\n");
+    // One second past each end of the wall clock's range, for a run of 366 days from the
+    // default start.
+    testsupport::WriteText(dir.File("ahead.txt"), "1d clock +28886d6h28m16s\n");
+    testsupport::WriteText(dir.File("behind.txt"), "1h clock -20458d1h1s\n");
     const std::string none = dir.File("no/such/dir"), far = dir.File("far.txt");
     // A FIFO blocks an ordinary open and read, /dev/zero never ends: inputs are regular files.
     const std::string fifo = dir.File("fifo"), big = dir.File("big.json"), edge = dir.File("1m");
@@ -184,6 +218,12 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
         {{"--scenario", dir.File("status.txt")},
          dir.File("status.txt") +
              ":1: protocol takes NAME and ready|connected|disconnected|error|N (N from 0 to 3)"},
+        {{"--scenario", dir.File("ahead.txt")},
+         dir.File("ahead.txt") +
+             ":1: after clock +28886d6h28m16s the run would end after 2106-02-07T06:28:15Z, "
+             "past 32-bit time stamps"},
+        {{"--scenario", dir.File("behind.txt")},
+         dir.File("behind.txt") + ":1: clock -20458d1h1s would move the wall clock before 1970"},
         {{"--scenario", dir.File("long.txt")},
          dir.File("long.txt") + ":1: line longer than 65536 bytes"},
         {{"--start", "2026-02-31T99:99:99Z"},
@@ -362,6 +402,10 @@ TEST(EnergySimScenarioTest, RestartsJumpsAndLongPlot) {
          {"--start", "2106-02-07T06:13:05Z", "--duration", "15m10s"},
          {"\"time\":\"2106-02-07T06:28:05Z\",\"epoch\":4294967285,",
           "cumulativeDateUTC\\\":\\\"4294966385\\\""}},
+        // The same last second reached by a jump from the default start.
+        {"0 power on\n0 clock +29252d6h13m5s\n",
+         {"--duration", "15m10s"},
+         {"\"time\":\"2106-02-07T06:28:05Z\",\"epoch\":4294967285,"}},
     };
     for (const Row& row : rows) {
         TempDir dir;
