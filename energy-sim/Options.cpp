@@ -54,7 +54,12 @@ CLI::Validator DurationValidator() {
         "", "duration");
 }
 
-// --speed: 'fast' (0) or a positive number up to 1e9.
+// The slowest and fastest --speed: at 0.01 a simulated minute takes 100 real minutes; slower
+// would make a short run last for days, or (1e-300) never end.
+constexpr double kMinSpeed = 0.01;
+constexpr double kMaxSpeed = 1e9;
+
+// --speed: 'fast' (0) or a number from kMinSpeed to kMaxSpeed.
 CLI::Validator SpeedValidator() {
     return CLI::Validator(
         [](std::string& text) -> std::string {
@@ -64,8 +69,8 @@ CLI::Validator SpeedValidator() {
             }
             char* end = nullptr;
             const double v = std::strtod(text.c_str(), &end);
-            if (end == text.c_str() || *end != '\0' || !(v > 0) || v > 1e9) {
-                return "bad --speed " + Quote(text) + " (a positive number, or 'fast')";
+            if (end == text.c_str() || *end != '\0' || !(v >= kMinSpeed) || v > kMaxSpeed) {
+                return "bad --speed " + Quote(text) + " (a number from 0.01 to 1e9, or 'fast')";
             }
             return "";
         },
@@ -186,8 +191,8 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         ->transform(DurationValidator())
         ->type_name("TIME");
     app.add_option("--speed", o.speed,
-                   "simulated seconds per real second; 'fast' (default) runs as fast as it goes, "
-                   "1 is real time")
+                   "simulated seconds per real second, 0.01 to 1e9; 'fast' (default) runs as fast "
+                   "as it goes, 1 is real time")
         ->transform(SpeedValidator())
         ->type_name("X");
     app.add_option("--start", o.start,

@@ -66,6 +66,19 @@ TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
     }
 }
 
+// --speed: from 0.01 (a simulated minute in 100 real minutes) to 1e9, or fast.
+TEST(EnergySimParseTest, SpeedBounds) {
+    for (const char* speed : {"0.01", "1e9", "fast"}) {
+        const char* argv[] = {"energy-sim", "--speed", speed};
+        EXPECT_NO_THROW(energysim::ParseCommandLine(3, const_cast<char**>(argv))) << speed;
+    }
+    for (const char* speed : {"0.00999", "1.000001e9", "nan", "-1"}) {
+        const char* argv[] = {"energy-sim", "--speed", speed};
+        EXPECT_THROW(energysim::ParseCommandLine(3, const_cast<char**>(argv)), energysim::SimError)
+            << speed;
+    }
+}
+
 // A run of 366 days from 2026-01-05 may end at 2106-02-07T06:28:15Z at the latest and never
 // read a wall clock before 1970, whatever its jumps; an entry at the end is never applied.
 TEST(EnergySimParseTest, ClockJumpsStayWithinThe32BitRange) {
@@ -184,6 +197,8 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     testsupport::WriteText(dir.File("long.txt"), "0 note " + std::string(70000, 'n') + "\n");
     testsupport::WriteText(dir.File("far.txt"), "999999999d999999999d power on\n");
     testsupport::WriteText(dir.File("status.txt"), "0 protocol corvane 1000\n");
+    // A brace in a string does not end the object; a second document after it is refused.
+    testsupport::WriteText(dir.File("two.json"), "{\"name\": \"}\"}\n {\"volume\": 5}\n");
     // One second past each end of the wall clock's range, for a run of 366 days from the
     // default start.
     testsupport::WriteText(dir.File("ahead.txt"), "1d clock +28886d6h28m16s\n");
@@ -208,6 +223,10 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
         {{"--profile", dir.path()}, "cannot read profile " + dir.path() + ": not a regular file"},
         {{"--profile", edge}, edge + ": field \"volume\": must be between 0 and 100"},
         {{"--profile", big}, "cannot read profile " + big + ": larger than 1 MiB"},
+        {{"--profile", dir.File("two.json")},
+         dir.File("two.json") + ":2: text after the JSON object: '{\"volume\": 5}'"},
+        {{"--speed", "1e-300"}, "bad --speed '1e-300' (a number from 0.01 to 1e9, or 'fast')"},
+        {{"--speed", "0.0099"}, "bad --speed '0.0099' (a number from 0.01 to 1e9, or 'fast')"},
         {{"--plugin", fifo}, "cannot load plug-in '" + fifo + "': not a regular file"},
         {{"--scenario", far},
          far + ":1: bad time '999999999d999999999d' (use e.g. 90s, 15m, 3h, 1h30m, 2d or "
