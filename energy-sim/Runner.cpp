@@ -215,6 +215,8 @@ void Session::set_up_world() {
             log_->Write(line, vclock::NowSeconds());
         } catch (const std::exception& e) {
             fail_later(e.what());
+        } catch (...) {
+            fail_later("unexpected error");
         }
     });
     wexfhost::SetNotificationObserver([this](const wexfhost::Notification& n) {
@@ -222,6 +224,8 @@ void Session::set_up_world() {
             write_notification(n);
         } catch (const std::exception& e) {
             fail_later(e.what());
+        } catch (...) {
+            fail_later("unexpected error");
         }
     });
 }
