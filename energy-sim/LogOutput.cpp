@@ -43,8 +43,10 @@ void LogOutput::Write(const tvsim::LogLine& line, int64_t now) {
                                    line.tag, line.text);
     std::lock_guard<std::mutex> lock(mutex_);
     FILE* to = file_ != nullptr ? file_ : stderr;
-    if (std::fputs(text.c_str(), to) == EOF && file_ != nullptr && error_.empty()) {
-        error_ = "cannot write log file " + path_ + ": " + std::strerror(errno);
+    if (std::fputs(text.c_str(), to) == EOF && error_.empty()) {
+        error_ = (file_ != nullptr ? "cannot write log file " + path_
+                                   : "cannot write the log to stderr") +
+                 ": " + std::strerror(errno);
     }
 }
 

@@ -28,11 +28,13 @@ speaker ("tv", "external" or N), powerState ("on", "picture-off", "standby", "am
 "lpm", "suspend" or N), ambientMode (N), dataDir, sharedDir. An unset dataDir is a fresh
 temporary directory; an unset sharedDir is the directory holding the sample energy_factors.dat.
 
-Signals: the first SIGINT or SIGTERM ends the run after the current turn, with the summary
-and the plot (exit status 130 or 143); a second one ends the program at once.
+Signals: the first SIGINT, SIGTERM or SIGHUP ends the run after the current turn, with the
+summary and the plot (exit status 130, 143 or 129); a second one ends the program at once.
+SIGXFSZ (a write passed the file-size limit) ends the run the same way (status 153). SIGPIPE
+is ignored: a closed pipe on stdout is a write error.
 
-Exit status: 0 done, 1 not supported (check), 2 bad input, a plug-in that cannot be loaded
-or an output that cannot be written.)";
+Exit status: 0 done, 1 not supported (check), 2 bad input, a plug-in that cannot be loaded,
+an output that cannot be written or any other error; 129, 130, 143, 153 the signals above.)";
 
 // The longest run: time stamps are 32-bit seconds, so the run must also end by 2106.
 constexpr uint64_t kMaxDuration = 366ull * 86400;
@@ -52,7 +54,12 @@ CLI::Validator DurationValidator() {
         "", "duration");
 }
 
-// --speed: 'fast' (0) or a positive number up to 1e9.
+// The slowest and fastest --speed: at 0.01 a simulated minute takes 100 real minutes; slower
+// would make a short run last for days, or (1e-300) never end.
+constexpr double kMinSpeed = 0.01;
+constexpr double kMaxSpeed = 1e9;
+
+// --speed: 'fast' (0) or a number from kMinSpeed to kMaxSpeed.
 CLI::Validator SpeedValidator() {
     return CLI::Validator(
         [](std::string& text) -> std::string {
@@ -62,8 +69,8 @@ CLI::Validator SpeedValidator() {
             }
             char* end = nullptr;
             const double v = std::strtod(text.c_str(), &end);
-            if (end == text.c_str() || *end != '\0' || !(v > 0) || v > 1e9) {
-                return "bad --speed " + Quote(text) + " (a positive number, or 'fast')";
+            if (end == text.c_str() || *end != '\0' || !(v >= kMinSpeed) || v > kMaxSpeed) {
+                return "bad --speed " + Quote(text) + " (a number from 0.01 to 1e9, or 'fast')";
             }
             return "";
         },
@@ -184,8 +191,8 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         ->transform(DurationValidator())
         ->type_name("TIME");
     app.add_option("--speed", o.speed,
-                   "simulated seconds per real second; 'fast' (default) runs as fast as it goes, "
-                   "1 is real time")
+                   "simulated seconds per real second, 0.01 to 1e9; 'fast' (default) runs as fast "
+                   "as it goes, 1 is real time")
         ->transform(SpeedValidator())
         ->type_name("X");
     app.add_option("--start", o.start,
@@ -260,7 +267,7 @@ CommandLine ParseCommandLine(int argc, char** argv) {
     if (o.duration > kMaxDuration) {
         throw SimError("--duration is longer than 366 days");
     }
-    if (static_cast<uint64_t>(o.start) + o.duration > 4294967295ull) {
+    if (o.start + static_cast<int64_t>(o.duration) > kLastTimeStamp) {
         throw SimError("the run would end after 2106-02-07T06:28:15Z, past 32-bit time stamps");
     }
     return cl;

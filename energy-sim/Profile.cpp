@@ -1,15 +1,14 @@
 #include "Profile.h"
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
+#include <algorithm>
 #include <limits>
-#include <sstream>
 #include <stdexcept>
 
 #include "Error.h"
+#include "InputFile.h"
 #include "Names.h"
 #include "Registers.h"
+#include "Scenario.h"
 #include "SharedJson.h"
 
 namespace energysim {
@@ -73,6 +72,29 @@ std::string RegisterText(const JsonValue& v, const std::string& origin, const st
     Fail(origin, field, "must be a whole number or a string");
 }
 
+// Where the JSON object that `text` starts with (after white space) ends: one past its closing
+// brace, or npos. Strings are skipped whole, so braces inside them do not count.
+size_t ObjectEnd(const std::string& text) {
+    size_t i = text.find_first_not_of(" \t\r\n");
+    if (i == std::string::npos || text[i] != '{') {
+        return std::string::npos;
+    }
+    int depth = 0;
+    for (; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') {
+            for (++i; i < text.size() && text[i] != '"'; ++i) {
+                i += text[i] == '\\' ? 1 : 0;
+            }
+        } else if (c == '{' || c == '[') {
+            ++depth;
+        } else if ((c == '}' || c == ']') && --depth == 0) {
+            return i + 1;
+        }
+    }
+    return std::string::npos;
+}
+
 }  // namespace
 
 DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
@@ -82,6 +104,18 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
     }
     if (root.type() != JsonType::Object) {
         throw SimError(origin + ": not a JSON object");
+    }
+    // The JSON parser takes a second document or a comment after the object; a profile is the
+    // one object and nothing else.
+    const size_t end = ObjectEnd(text);
+    if (end == std::string::npos) {
+        throw SimError(origin + ": not valid JSON");
+    }
+    const size_t extra = text.find_first_not_of(" \t\r\n", end);
+    if (extra != std::string::npos) {
+        const auto line = 1 + std::count(text.begin(), text.begin() + extra, '\n');
+        throw SimError(origin + ":" + std::to_string(line) + ": text after the JSON object: " +
+                       Quote(text.substr(extra, text.find_last_not_of(" \t\r\n") + 1 - extra)));
     }
     DeviceProfile p;
     p.name = origin;
@@ -170,13 +204,12 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
 }
 
 DeviceProfile LoadProfile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw SimError("cannot read profile " + path + ": " + std::strerror(errno));
+    hostkit::InputFile file(path, kMaxProfileBytes);
+    std::string text;
+    if (!file.ReadAll(&text)) {
+        throw SimError("cannot read profile " + path + ": " + file.error());
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return ParseProfile(text.str(), path);
+    return ParseProfile(text, path);
 }
 
 std::string PictureJson(const std::map<std::string, std::string>& picture) {

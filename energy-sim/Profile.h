@@ -1,6 +1,7 @@
 // A device profile: the simulated TV's identity and state at the start of a run.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -26,8 +27,11 @@ struct DeviceProfile {
 // The profile used when none is given.
 DeviceProfile DefaultProfile();
 
-// Reads a profile file. Throws SimError with a one-line message naming the file and,
-// for an invalid value, the field.
+// The largest profile file read (a profile is a few hundred bytes).
+constexpr uint64_t kMaxProfileBytes = 1024 * 1024;
+
+// Reads a profile file (a regular file of at most kMaxProfileBytes). Throws SimError with a
+// one-line message naming the file and, for an invalid value, the field.
 DeviceProfile LoadProfile(const std::string& path);
 
 // Parses profile text; `origin` names it in error messages.

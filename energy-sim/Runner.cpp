@@ -17,6 +17,7 @@
 #include <mutex>
 
 #include "Error.h"
+#include "InputFile.h"
 #include "LogOutput.h"
 #include "LogTexts.h"
 #include "Plot.h"
@@ -36,6 +37,8 @@ constexpr uint64_t kStep = 3600;                  // simulated seconds between c
 constexpr int64_t kPaceTick = 10000000;           // real nanoseconds between limit raises
 constexpr int64_t kProgressInterval = 100000000;  // real nanoseconds between progress lines
 constexpr int kParkPollMs = 100;
+// The largest plug-in library loaded (a sanitizer build is a few MB).
+constexpr uint64_t kMaxPluginBytes = 256ull * 1024 * 1024;
 
 // Real monotonic time. The process's clock functions run in virtual time while the virtual
 // clock is enabled, so this goes to the kernel directly.
@@ -56,7 +59,18 @@ bool IsDir(const std::string& path) {
 }
 
 std::string SignalName(int sig) {
-    return sig == SIGINT ? "SIGINT" : sig == SIGTERM ? "SIGTERM" : "signal " + std::to_string(sig);
+    switch (sig) {
+        case SIGINT:
+            return "SIGINT";
+        case SIGTERM:
+            return "SIGTERM";
+        case SIGHUP:
+            return "SIGHUP";
+        case SIGXFSZ:
+            return "SIGXFSZ";
+        default:
+            return "signal " + std::to_string(sig);
+    }
 }
 
 // One run: set up the world, load the plug-in, run the timeline, tear down, report. The
@@ -77,10 +91,14 @@ class Session {
         }
         recorder_.SetRestartKeepsLog(o.queue == RunOptions::Queue::kBlocks);
     }
+    // On an error path the plot is not written: a plot file this run truncated is removed, so
+    // a plot is either complete or absent.
     ~Session() {
         tear_down();
         if (plot_ != nullptr) {
             std::fclose(plot_);
+            plot_ = nullptr;
+            remove_partial_plot();
         }
     }
     Session(const Session&) = delete;
@@ -116,6 +134,8 @@ class Session {
     void show_progress(bool force);
     void write_notification(const wexfhost::Notification& n);
     void write_plot();
+    void remove_partial_plot();
+    void fail_later(const std::string& error);
 
     const RunOptions& o_;
     std::ostream& out_;
@@ -125,6 +145,7 @@ class Session {
     std::unique_ptr<hostkit::TempDir> scratch_;
     std::unique_ptr<LogOutput> log_;
     FILE* plot_ = nullptr;
+    bool plot_is_file_ = false;  // a regular file, which an error path removes
     PlotSeries series_;
     Recorder recorder_;
     World world_;
@@ -134,6 +155,8 @@ class Session {
     std::map<std::string, wexf_protocol_status_e> protocols_;
     bool observing_ = false;
     std::mutex out_mutex_;
+    // The first error of the worker's thread (an output that failed, an exception in an
+    // observer); the main thread raises it at its next check.
     std::string out_error_;
     uint64_t reached_ = 0;  // simulated seconds run
     // The scenario's wall-clock jumps so far: the wall clock reads the run's time plus this.
@@ -163,6 +186,8 @@ void Session::set_up_world() {
         if (plot_ == nullptr) {
             throw SimError("cannot write plot " + o_.plot_file + ": " + std::strerror(errno));
         }
+        struct stat st;
+        plot_is_file_ = fstat(fileno(plot_), &st) == 0 && S_ISREG(st.st_mode);
     }
     log_ = std::make_unique<LogOutput>(o_.log_file, o_.log_level);
 
@@ -174,16 +199,42 @@ void Session::set_up_world() {
     tvsim::SetAppPath(tvsim::AppPath::kSharedResource, o_.profile.shared_dir);
     tvsim::SetLogRetention(0);  // lines are followed as they come, not kept
     observing_ = true;
+    // The observers run on the plug-in's threads: an exception must not cross the plug-in, so
+    // it is kept for the main thread, which stops the run with it.
     tvsim::SetLogObserver([this](const tvsim::LogLine& line) {
-        const std::string message = line.Message();
-        if (message.rfind(powermeter::logtext::kMeterThreadCreated, 0) == 0) {
-            meter_started_ = true;
+        try {
+            // A signal ends the run after the turn that is running: its next wait parks.
+            if (o_.interrupt != nullptr && o_.interrupt->load() != 0) {
+                vclock::SetLimit(vclock::NowNanos());
+            }
+            const std::string message = line.Message();
+            if (message.rfind(powermeter::logtext::kMeterThreadCreated, 0) == 0) {
+                meter_started_ = true;
+            }
+            recorder_.OnLog(line.tag, message);
+            log_->Write(line, vclock::NowSeconds());
+        } catch (const std::exception& e) {
+            fail_later(e.what());
+        } catch (...) {
+            fail_later("unexpected error");
         }
-        recorder_.OnLog(line.tag, message);
-        log_->Write(line, vclock::NowSeconds());
     });
-    wexfhost::SetNotificationObserver(
-        [this](const wexfhost::Notification& n) { write_notification(n); });
+    wexfhost::SetNotificationObserver([this](const wexfhost::Notification& n) {
+        try {
+            write_notification(n);
+        } catch (const std::exception& e) {
+            fail_later(e.what());
+        } catch (...) {
+            fail_later("unexpected error");
+        }
+    });
+}
+
+void Session::fail_later(const std::string& error) {
+    std::lock_guard<std::mutex> lock(out_mutex_);
+    if (out_error_.empty()) {
+        out_error_ = error;
+    }
 }
 
 void Session::write_notification(const wexfhost::Notification& n) {
@@ -216,6 +267,15 @@ void Session::apply_entries_at(uint64_t offset, bool protocol) {
 }
 
 void Session::load_plugin() {
+    // dlopen would block on a FIFO and read a device without end: a path that names something
+    // must be a regular file. A missing one is left to dlopen, whose message says it all.
+    struct stat st;
+    if (o_.plugin_path.find('/') != std::string::npos && stat(o_.plugin_path.c_str(), &st) == 0) {
+        const std::string why = hostkit::CheckInputFile(o_.plugin_path, kMaxPluginBytes);
+        if (!why.empty()) {
+            throw SimError("cannot load plug-in '" + o_.plugin_path + "': " + why);
+        }
+    }
     std::string error;
     plugin_ = wexfhost::Plugin::Load(o_.plugin_path, &error);
     if (!plugin_) {
@@ -340,6 +400,9 @@ void Session::step_to(uint64_t offset) {
     const int64_t waiting_since = RealNanos();
     wait_parked();
     lag_ += RealNanos() - waiting_since;  // real time the paced clock waited for the worker
+    // A signal during the wait parked the worker early (see the log observer): the run has not
+    // reached `offset`, and must not apply its changes.
+    poll_interrupt();
     check_outputs();
 }
 
@@ -442,7 +505,15 @@ void Session::write_plot() {
     const bool closed = std::fclose(plot_) == 0;
     plot_ = nullptr;
     if (!written || !closed) {
-        throw SimError("cannot write plot " + o_.plot_file + ": " + std::strerror(errno));
+        const std::string error = "cannot write plot " + o_.plot_file + ": " + std::strerror(errno);
+        remove_partial_plot();
+        throw SimError(error);
+    }
+}
+
+void Session::remove_partial_plot() {
+    if (plot_is_file_) {
+        std::remove(o_.plot_file.c_str());
     }
 }
 
@@ -461,6 +532,9 @@ int Session::report() {
             o_.speed, static_cast<double>(reached_) / real);
     }
     err_.flush();
+    if (!err_) {
+        throw SimError(std::string("cannot write the summary to stderr: ") + std::strerror(errno));
+    }
     if (plot_ != nullptr) {
         write_plot();
     }

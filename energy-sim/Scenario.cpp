@@ -1,18 +1,17 @@
 #include "Scenario.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <limits>
 #include <sstream>
 
 #include "Error.h"
+#include "InputFile.h"
 #include "Registers.h"
 
 namespace energysim {
@@ -145,14 +144,18 @@ Command Build(const Words& w) {
         return command::Note{w.rest};
     }
     if (c == "protocol") {
+        // A number must be one of the framework's statuses: the status is a C enum whose
+        // values are 0-3, and no other value can be held in it or passed to the plug-in.
         auto status = a.size() == 2 ? ValueOf(kProtocolStatusNames, a[1]) : std::nullopt;
         if (!status && a.size() == 2) {
-            if (auto n = ParseInt(a[1], -1000, 1000)) {
+            if (auto n =
+                    ParseInt(a[1], WEXF_PROTOCOL_STATUS_CONNECTED, WEXF_PROTOCOL_STATUS_ERROR)) {
                 status = static_cast<wexf_protocol_status_e>(*n);
             }
         }
         if (!status) {
-            return fail("protocol takes NAME and " + NameList(kProtocolStatusNames, "|") + "|N");
+            return fail("protocol takes NAME and " + NameList(kProtocolStatusNames, "|") +
+                        "|N (N from 0 to 3)");
         }
         return command::Protocol{a[0], *status};
     }
@@ -404,21 +407,53 @@ Scenario ParseScenario(std::istream& in, const std::string& origin) {
     return scenario;
 }
 
+void CheckClockJumps(const Scenario& scenario, int64_t start, uint64_t duration) {
+    const auto& entries = scenario.entries;
+    int64_t shift = 0;
+    for (size_t i = 0; i < entries.size() && entries[i].offset < duration; ++i) {
+        const auto* jump = std::get_if<command::Clock>(&entries[i].command);
+        if (jump == nullptr) {
+            continue;
+        }
+        shift += jump->seconds;
+        // Offsets and jumps are at most kMaxDurationSeconds each: no overflow.
+        const int64_t at = start + static_cast<int64_t>(entries[i].offset) + shift;
+        uint64_t until = duration;  // the wall clock runs on from the jump to the next one
+        for (size_t j = i + 1; j < entries.size() && entries[j].offset < duration; ++j) {
+            if (std::holds_alternative<command::Clock>(entries[j].command)) {
+                until = entries[j].offset;
+                break;
+            }
+        }
+        const std::string where = scenario.origin + ":" + std::to_string(entries[i].line) + ": ";
+        if (at < 0) {
+            throw SimError(where + Describe(entries[i].command) +
+                           " would move the wall clock before 1970");
+        }
+        if (start + shift + static_cast<int64_t>(until) > kLastTimeStamp) {
+            throw SimError(where + "after " + Describe(entries[i].command) +
+                           " the run would end after 2106-02-07T06:28:15Z, past 32-bit time "
+                           "stamps");
+        }
+    }
+}
+
 Scenario ParseScenario(const std::string& text, const std::string& origin) {
     std::istringstream in(text);
     return ParseScenario(in, origin);
 }
 
 Scenario LoadScenario(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    struct stat st;
-    if (!in || stat(path.c_str(), &st) != 0) {
-        throw SimError("cannot read scenario " + path + ": " + std::strerror(errno));
+    hostkit::InputFile file(path, kMaxScenarioBytes);
+    std::istream in(&file);
+    Scenario scenario;
+    if (file.ok()) {
+        scenario = ParseScenario(in, path);
     }
-    if (!S_ISREG(st.st_mode)) {
-        throw SimError("cannot read scenario " + path + ": not a regular file");
+    if (!file.ok()) {
+        throw SimError("cannot read scenario " + path + ": " + file.error());
     }
-    return ParseScenario(in, path);
+    return scenario;
 }
 
 }  // namespace energysim

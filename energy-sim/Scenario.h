@@ -17,7 +17,7 @@
 //                               IDS TEMP; VALUE a whole number, or '-' to stop publishing it)
 //     config missing|restore   (the configuration key disappears / comes back)
 //     config-raw TEXT          (the key holds TEXT verbatim until the next picture/config)
-//     protocol NAME ready|connected|disconnected|error|N
+//     protocol NAME ready|connected|disconnected|error|N   (N from 0 to 3)
 //     fail CALL CODE           (a platform call, e.g. device_power_get_state, fails with CODE)
 //     restore CALL
 //     note TEXT                (a label on the plot)
@@ -113,8 +113,9 @@ struct Scenario {
     bool SetsCorvaneAtStart() const;
 };
 
-// The longest scenario line accepted.
+// The longest scenario line accepted, and the largest scenario file.
 constexpr size_t kMaxLineBytes = 64 * 1024;
+constexpr uint64_t kMaxScenarioBytes = 16 * 1024 * 1024;
 
 // The longest duration ParseDuration accepts (about 31,000 years): sums stay far from overflow.
 constexpr uint64_t kMaxDurationSeconds = 1000000000000ull;
@@ -127,10 +128,21 @@ bool ParseDuration(const std::string& text, uint64_t* seconds);
 // written as \xNN and anything past 40 bytes cut to "...".
 std::string Quote(const std::string& text);
 
+// The last wall-clock second a run may reach: time stamps are unsigned 32-bit seconds
+// (2106-02-07T06:28:15Z).
+constexpr int64_t kLastTimeStamp = 4294967295;
+
+// Refuses, before the run, a wall-clock jump that would put the wall clock before 1970 or make
+// the run end after kLastTimeStamp, as --start with --duration is refused. A run of `duration`
+// seconds from `start` applies the entries before `duration`. Throws SimError
+// "<origin>:<line>: <why>".
+void CheckClockJumps(const Scenario& scenario, int64_t start, uint64_t duration);
+
 // Throws SimError "<origin>:<line>: <why>" for a bad entry.
 Scenario ParseScenario(const std::string& text, const std::string& origin);
 Scenario ParseScenario(std::istream& in, const std::string& origin);
-// Throws SimError for a file that cannot be read, is not a regular file, or has a bad entry.
+// Throws SimError for a file that cannot be read, is not a regular file, is larger than
+// kMaxScenarioBytes, or has a bad entry.
 Scenario LoadScenario(const std::string& path);
 
 }  // namespace energysim

@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <csignal>
+#include <exception>
 #include <iostream>
+#include <string>
 
 #include "Error.h"
 #include "Options.h"
@@ -16,9 +18,13 @@ namespace {
 
 std::atomic<int> g_signal{0};
 
-// The first signal asks the run to end after the current turn; a second one ends the program.
+// SIGINT, SIGTERM and SIGHUP ask the run to end after the current turn; a second one ends the
+// program at once. SIGXFSZ comes from a write that passed the file-size limit (the write itself
+// fails with EFBIG): it ends the run the same way, and since every later write to a regular
+// file raises it again, a repeat is not taken as a second request.
 extern "C" void OnSignal(int sig) {
-    if (g_signal.exchange(sig) != 0) {
+    int none = 0;
+    if (!g_signal.compare_exchange_strong(none, sig) && sig != SIGXFSZ) {
         _exit(128 + sig);
     }
 }
@@ -27,8 +33,22 @@ void CatchSignals() {
     struct sigaction sa {};
     sa.sa_handler = OnSignal;
     sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
+    for (int sig : {SIGINT, SIGTERM, SIGHUP, SIGXFSZ}) {
+        sigaction(sig, &sa, nullptr);
+    }
+    // A reader that went away (energy-sim | head) makes the write fail with EPIPE, which ends
+    // the run as any other write error does.
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+// An exception's text as one line.
+std::string OneLine(std::string text) {
+    for (char& c : text) {
+        if (c == '\n' || c == '\r') {
+            c = ' ';
+        }
+    }
+    return text;
 }
 
 int Main(int argc, char** argv) {
@@ -49,6 +69,7 @@ int Main(int argc, char** argv) {
     }
     if (!cl.scenario_path.empty()) {
         o.scenario = energysim::LoadScenario(cl.scenario_path);
+        energysim::CheckClockJumps(*o.scenario, o.start, o.duration);
     }
     o.progress = o.progress && isatty(STDERR_FILENO) != 0;
     o.interrupt = &g_signal;
@@ -58,11 +79,15 @@ int Main(int argc, char** argv) {
 
 }  // namespace
 
+// Every error, ours or a library's, ends in one line and exit status 2; the run's objects are
+// destroyed on the way out, so the plug-in is stopped and the temporary data removed.
 int main(int argc, char** argv) {
     try {
         return Main(argc, argv);
-    } catch (const energysim::SimError& e) {
-        std::cerr << "energy-sim: " << e.what() << "\n";
-        return 2;
+    } catch (const std::exception& e) {
+        std::cerr << "energy-sim: " << OneLine(e.what()) << "\n";
+    } catch (...) {
+        std::cerr << "energy-sim: unexpected error\n";
     }
+    return 2;
 }

@@ -18,8 +18,12 @@ struct SimCall {
     std::vector<std::string> args;
     std::string program = EC_ENERGY_SIM;
     std::string stdout_path;  // "" = a file read back into Result::out
-    std::string tmpdir;       // "" = inherited $TMPDIR
-    int signal = 0;           // sent once the program runs (needs tmpdir)
+    std::string stderr_path;  // "" = a file read back into Result::err
+    // A shell command that reads the program's stdout through a pipe (e.g. "head -c 1"),
+    // instead of stdout_path; not with `signal`.
+    std::string stdout_reader;
+    std::string tmpdir;  // "" = inherited $TMPDIR
+    int signal = 0;      // sent once the program runs (needs tmpdir)
 };
 
 struct Result {
@@ -46,7 +50,15 @@ inline Result RunSim(const SimCall& call) {
     for (const std::string& a : call.args) {
         cmd += " " + ShellQuote(a);
     }
-    cmd += " >" + ShellQuote(out) + " 2>" + ShellQuote(dir.File("err"));
+    const std::string err = call.stderr_path.empty() ? dir.File("err") : call.stderr_path;
+    cmd += " 2>" + ShellQuote(err);
+    if (!call.stdout_reader.empty()) {
+        // The pipeline's status is the reader's: the program's own goes through a file.
+        cmd = "{ " + cmd + "; echo $? >" + ShellQuote(dir.File("status")) + "; } | " +
+              call.stdout_reader;
+    } else {
+        cmd += " >" + ShellQuote(out);
+    }
     if (call.signal != 0) {
         // The program makes its temporary directory after it has set up its signal handlers:
         // signal it half a second after that directory appears, whatever the machine's load;
@@ -58,8 +70,12 @@ inline Result RunSim(const SimCall& call) {
     }
     Result r;
     r.status = WEXITSTATUS(std::system(cmd.c_str()));
-    r.out = call.stdout_path.empty() ? testsupport::ReadText(out) : "";
-    r.err = testsupport::ReadText(dir.File("err"));
+    if (!call.stdout_reader.empty()) {
+        r.status = std::atoi(testsupport::ReadText(dir.File("status")).c_str());
+    }
+    r.out =
+        call.stdout_path.empty() && call.stdout_reader.empty() ? testsupport::ReadText(out) : "";
+    r.err = call.stderr_path.empty() ? testsupport::ReadText(err) : "";
     return r;
 }
 inline Result RunSim(const std::vector<std::string>& args,

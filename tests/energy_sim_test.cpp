@@ -2,8 +2,11 @@
 // day of reports computed independently from the factor row, hostile input, failing outputs,
 // signals, every speed, restarts, wall-clock jumps, failed turns and block mode.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <atomic>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
@@ -11,6 +14,8 @@
 
 #include "Error.h"
 #include "Options.h"
+#include "Profile.h"
+#include "Runner.h"
 #include "Scenario.h"
 #include "SharedJson.h"
 #include "SimProcess.h"
@@ -49,6 +54,58 @@ TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
     for (const char* bad : {"0 clock 15m", "0 clock", "0 clock +", "0 clock -0", "0 clock +5x",
                             "0 clock +5m +1m", "0 clock +-5m"}) {
         EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
+    }
+    // A protocol status is one of the framework's four values, by name or number.
+    const auto error = energysim::ParseScenario("0 protocol corvane 3", "s").entries.at(0).command;
+    EXPECT_EQ(energysim::Describe(error), "protocol corvane error");
+    EXPECT_EQ(
+        energysim::Describe(energysim::ParseScenario("0 protocol x 0", "s").entries.at(0).command),
+        "protocol x connected");
+    for (const char* bad : {"0 protocol corvane 4", "0 protocol corvane -1"}) {
+        EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
+    }
+}
+
+// --speed: from 0.01 (a simulated minute in 100 real minutes) to 1e9, or fast.
+TEST(EnergySimParseTest, SpeedBounds) {
+    for (const char* speed : {"0.01", "1e9", "fast"}) {
+        const char* argv[] = {"energy-sim", "--speed", speed};
+        EXPECT_NO_THROW(energysim::ParseCommandLine(3, const_cast<char**>(argv))) << speed;
+    }
+    for (const char* speed : {"0.00999", "1.000001e9", "nan", "-1"}) {
+        const char* argv[] = {"energy-sim", "--speed", speed};
+        EXPECT_THROW(energysim::ParseCommandLine(3, const_cast<char**>(argv)), energysim::SimError)
+            << speed;
+    }
+}
+
+// A run of 366 days from 2026-01-05 may end at 2106-02-07T06:28:15Z at the latest and never
+// read a wall clock before 1970, whatever its jumps; an entry at the end is never applied.
+TEST(EnergySimParseTest, ClockJumpsStayWithinThe32BitRange) {
+    struct Row {
+        const char* scenario;
+        bool allowed;
+    } rows[] = {
+        {"1d clock +28886d6h28m15s", true},  // ends on the last second
+        {"1d clock +28886d6h28m16s", false},
+        // Ahead from 1d to 2d only, up to the last second; a day longer is too far.
+        {"1d clock +29250d6h28m15s\n2d clock -29250d6h28m15s", true},
+        {"1d clock +29250d6h28m15s\n2d note x\n3d clock -29250d6h28m15s", false},
+        {"366d clock +29000d", true},
+        {"1h clock -20458d1h", true},  // back to 00:00:00 on 1970-01-01
+        {"1h clock -20458d1h1s", false},
+        {"1h clock -10000d\n2h clock -10458d2h1s", false},
+    };
+    for (const Row& row : rows) {
+        const auto scenario = energysim::ParseScenario(row.scenario, "s");
+        if (row.allowed) {
+            EXPECT_NO_THROW(energysim::CheckClockJumps(scenario, 1767571200, 366 * 86400))
+                << row.scenario;
+        } else {
+            EXPECT_THROW(energysim::CheckClockJumps(scenario, 1767571200, 366 * 86400),
+                         energysim::SimError)
+                << row.scenario;
+        }
     }
 }
 
@@ -139,18 +196,53 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     testsupport::WriteText(dir.File("junk.txt"), "0 \x01\x02\xfe" + std::string(200, 'z') + "\n");
     testsupport::WriteText(dir.File("long.txt"), "0 note " + std::string(70000, 'n') + "\n");
     testsupport::WriteText(dir.File("far.txt"), "999999999d999999999d power on\n");
+    testsupport::WriteText(dir.File("status.txt"), "0 protocol corvane 1000\n");
+    // A brace in a string does not end the object; a second document after it is refused.
+    testsupport::WriteText(dir.File("two.json"), "{\"name\": \"}\"}\n {\"volume\": 5}\n");
+    // One second past each end of the wall clock's range, for a run of 366 days from the
+    // default start.
+    testsupport::WriteText(dir.File("ahead.txt"), "1d clock +28886d6h28m16s\n");
+    testsupport::WriteText(dir.File("behind.txt"), "1h clock -20458d1h1s\n");
     const std::string none = dir.File("no/such/dir"), far = dir.File("far.txt");
+    // A FIFO blocks an ordinary open and read, /dev/zero never ends: inputs are regular files.
+    const std::string fifo = dir.File("fifo"), big = dir.File("big.json"), edge = dir.File("1m");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    // A profile of exactly the 1 MiB bound is read (and refused for its field), one byte more is
+    // not read at all.
+    const std::string volume = "{\"volume\": 500}";
+    testsupport::WriteText(edge, volume + std::string((1 << 20) - volume.size(), ' '));
+    testsupport::WriteText(big, volume + std::string((1 << 20) + 1 - volume.size(), ' '));
     struct Row {
         std::vector<std::string> args;
         std::string expected;  // the whole message after "energy-sim: "
     } rows[] = {
         {{"--scenario", dir.path()}, "cannot read scenario " + dir.path() + ": not a regular file"},
+        {{"--scenario", fifo}, "cannot read scenario " + fifo + ": not a regular file"},
+        {{"--profile", fifo}, "cannot read profile " + fifo + ": not a regular file"},
+        {{"--profile", "/dev/zero"}, "cannot read profile /dev/zero: not a regular file"},
+        {{"--profile", dir.path()}, "cannot read profile " + dir.path() + ": not a regular file"},
+        {{"--profile", edge}, edge + ": field \"volume\": must be between 0 and 100"},
+        {{"--profile", big}, "cannot read profile " + big + ": larger than 1 MiB"},
+        {{"--profile", dir.File("two.json")},
+         dir.File("two.json") + ":2: text after the JSON object: '{\"volume\": 5}'"},
+        {{"--speed", "1e-300"}, "bad --speed '1e-300' (a number from 0.01 to 1e9, or 'fast')"},
+        {{"--speed", "0.0099"}, "bad --speed '0.0099' (a number from 0.01 to 1e9, or 'fast')"},
+        {{"--plugin", fifo}, "cannot load plug-in '" + fifo + "': not a regular file"},
         {{"--scenario", far},
          far + ":1: bad time '999999999d999999999d' (use e.g. 90s, 15m, 3h, 1h30m, 2d or "
                "HH:MM[:SS])"},
         {{"--scenario", dir.File("junk.txt")},
          dir.File("junk.txt") + ":1: unknown command '\\x01\\x02\\xfe" + std::string(37, 'z') +
              "...'"},
+        {{"--scenario", dir.File("status.txt")},
+         dir.File("status.txt") +
+             ":1: protocol takes NAME and ready|connected|disconnected|error|N (N from 0 to 3)"},
+        {{"--scenario", dir.File("ahead.txt")},
+         dir.File("ahead.txt") +
+             ":1: after clock +28886d6h28m16s the run would end after 2106-02-07T06:28:15Z, "
+             "past 32-bit time stamps"},
+        {{"--scenario", dir.File("behind.txt")},
+         dir.File("behind.txt") + ":1: clock -20458d1h1s would move the wall clock before 1970"},
         {{"--scenario", dir.File("long.txt")},
          dir.File("long.txt") + ":1: line longer than 65536 bytes"},
         {{"--start", "2026-02-31T99:99:99Z"},
@@ -172,9 +264,9 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     }
 }
 
-// A failing output or a signal ends the run: a message, its status, no temporary data left;
-// a failure mid-run stops the worker through DestroyPlugin, a signal after the current turn
-// with the summary and the plot.
+// A failing output, an exception or a signal ends the run: a message, its status, no temporary
+// data left; a failure mid-run stops the worker through DestroyPlugin and leaves no partial
+// plot, a signal ends it after the current turn with the summary and the plot.
 TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
     TempDir out;
     const std::string log = out.File("log"), plot = out.File("p.svg");
@@ -185,32 +277,103 @@ TEST(EnergySimStopTest, ErrorsAndSignalsStopCleanly) {
         std::string stdout_path;
         std::vector<std::string> args;
         std::string expected;  // part of stderr
+        std::string duration = "1h";
+        std::string stdout_reader = "";
+        std::string stderr_path = "";
+        bool missing_tmpdir = false;  // $TMPDIR names a directory that does not exist
     } rows[] = {
-        {0, "/dev/full", {"--log", log, "--log-level", "info"}, "write the reports to stdout: No"},
+        {0,
+         "/dev/full",
+         {"--log", log, "--log-level", "info", "--plot", plot},
+         "write the reports to stdout: No"},
+        // A reader that goes away: the write fails with EPIPE (more than a pipe's buffer).
+        {0,
+         "",
+         {"--log-level", "none", "--plot", plot},
+         "energy-sim: cannot write the reports to stdout: Broken pipe\n",
+         "7d",
+         "head -c 1 >/dev/null"},
         {0, "", {"--log", "/dev/full", "--log-level", "info"}, "write log file /dev/full: No"},
         {0, "", {"--plot", "/dev/full"}, "energy-sim: cannot write plot /dev/full: No space left"},
-        {SIGINT, "", paced, ", interrupted by SIGINT"},
-        {SIGTERM, "", paced, ", interrupted by SIGTERM"},
+        {0, "", {"--log-level", "none"}, "", "1h", "", "/dev/full"},  // the summary is lost
+        {0,
+         "",
+         {"--plot", plot},
+         "/energy-sim-XXXXXX: No such file or directory\n",
+         "1h",
+         "",
+         "",
+         true},
+        {SIGINT, "", paced, ", interrupted by SIGINT", "10h"},
+        {SIGTERM, "", paced, ", interrupted by SIGTERM", "10h"},
+        {SIGHUP, "", paced, ", interrupted by SIGHUP", "10h"},
+        // As when a write of the run passes the file-size limit.
+        {SIGXFSZ, "", paced, ", interrupted by SIGXFSZ", "10h"},
     };
     for (const Row& row : rows) {
         TempDir tmp;
         std::filesystem::remove(plot);
         simtest::SimCall call;
         call.args = row.args;
-        call.args.insert(call.args.end(), {"--duration", row.signal != 0 ? "10h" : "1h"});
+        call.args.insert(call.args.end(), {"--duration", row.duration});
         call.stdout_path = row.stdout_path;
-        call.tmpdir = tmp.path();
+        call.stdout_reader = row.stdout_reader;
+        call.stderr_path = row.stderr_path;
+        call.tmpdir = tmp.path() + (row.missing_tmpdir ? "missing" : "");
         call.signal = row.signal;
         Result r = RunSim(call);
-        EXPECT_EQ(r.status, row.signal != 0 ? 128 + row.signal : 2) << r.err;
+        EXPECT_EQ(r.status, row.signal != 0 ? 128 + row.signal : 2) << row.expected << r.err;
         EXPECT_TRUE(Has(r.err, row.expected)) << r.err;
         EXPECT_TRUE(std::filesystem::is_empty(tmp.path())) << "temporary data directory left";
         if (row.signal != 0) {
             EXPECT_EQ(testsupport::ReadText(plot).rfind("<svg", 0), 0u);
-        } else if (row.stdout_path == "/dev/full") {
+        } else {
+            EXPECT_FALSE(testsupport::Exists(plot)) << "partial plot left";
+        }
+        if (row.stdout_path == "/dev/full") {
             EXPECT_TRUE(Has(testsupport::ReadText(log), "elaspsed time to terminate PowerMeter"));
         }
     }
+}
+
+// Sets the stop flag, as the signal handler does, when the first report is written: from the
+// plug-in's thread, inside the turn that sends it.
+class SignalOnWrite : public std::streambuf {
+  public:
+    explicit SignalOnWrite(std::atomic<int>* flag) : flag_(flag) {}
+
+  protected:
+    std::streamsize xsputn(const char*, std::streamsize n) override {
+        flag_->store(SIGINT);
+        return n;
+    }
+    int_type overflow(int_type c) override {
+        flag_->store(SIGINT);
+        return c;
+    }
+
+  private:
+    std::atomic<int>* flag_;
+};
+
+// At full speed the worker runs an hour between two checks of the host; a signal still ends
+// the run after the turn that was running (the first report's, at 00:15:00), not at 01:00:00.
+using EnergySimSignalTest = testsupport::SimTest;
+TEST_F(EnergySimSignalTest, FullSpeedStopsAfterTheCurrentTurn) {
+    std::atomic<int> flag{0};
+    SignalOnWrite buffer(&flag);
+    std::ostream out(&buffer);
+    std::ostringstream err;
+    energysim::RunOptions o;
+    o.plugin_path = EC_PLUGIN_PATH;
+    o.profile = energysim::DefaultProfile();
+    o.profile.shared_dir = simtest::Data("");
+    o.start = 1767571200;
+    o.log_level = 99;
+    o.interrupt = &flag;
+    EXPECT_EQ(energysim::Run(o, out, err), 128 + SIGINT);
+    EXPECT_TRUE(Has(err.str(), "simulated time   0d 00:15:10 (910 s), interrupted by SIGINT\n"))
+        << err.str();
 }
 
 // Every speed runs one turn per 10 simulated seconds, to the end.
@@ -258,6 +421,10 @@ TEST(EnergySimScenarioTest, RestartsJumpsAndLongPlot) {
          {"--start", "2106-02-07T06:13:05Z", "--duration", "15m10s"},
          {"\"time\":\"2106-02-07T06:28:05Z\",\"epoch\":4294967285,",
           "cumulativeDateUTC\\\":\\\"4294966385\\\""}},
+        // The same last second reached by a jump from the default start.
+        {"0 power on\n0 clock +29252d6h13m5s\n",
+         {"--duration", "15m10s"},
+         {"\"time\":\"2106-02-07T06:28:05Z\",\"epoch\":4294967285,"}},
     };
     for (const Row& row : rows) {
         TempDir dir;

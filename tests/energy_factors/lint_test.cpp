@@ -2,6 +2,7 @@
 // the loader's choice as explain reports it, the watts of the selected row, and the program's exit
 // statuses and one-line errors.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <sstream>
 #include <string>
@@ -127,13 +128,30 @@ TEST(EnergyFactorsTableTest, WattsOfTheSelectedRowPerState) {
 TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
     testsupport::TempDir dir;
     const std::string clean = dir.File("clean.dat"), none = dir.File("none.dat");
+    const std::string fifo = dir.File("fifo"), log = dir.File("session.log");
     testsupport::WriteText(clean, std::string("TEST-1\n") + kRow);
+    testsupport::WriteText(log,
+                           "[Energy] UTC: 2026-1-5 0:0:0\n[Energy Factors] enum: 1, blu_type: 0\n"
+                           "[Energy Factors] ana:1, dutysum:2, resolution: 3, volume: 4\n"
+                           "[Energy Factors] Power Status: LPM\n");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     struct Case {
         std::vector<std::string> args;
         int status;
         std::string err;  // the whole of stderr
     } cases[] = {
-        {{"lint", none}, 2, "energy-factors: cannot read " + none + "\n"},
+        {{"lint", none},
+         2,
+         "energy-factors: cannot read " + none + ": No such file or directory\n"},
+        // A FIFO or a device would block or never end: every input is a regular file.
+        {{"lint", fifo}, 2, "energy-factors: cannot read " + fifo + ": not a regular file\n"},
+        {{"lint", "/dev/zero"}, 2, "energy-factors: cannot read /dev/zero: not a regular file\n"},
+        {{"fit", "--log", fifo, "--meter", clean},
+         2,
+         "energy-factors: cannot read " + fifo + ": not a regular file\n"},
+        {{"fit", "--log", log, "--meter", fifo},
+         2,
+         "energy-factors: cannot read " + fifo + ": not a regular file\n"},
         {{"lint", clean, "--format", "xml"},
          2,
          "energy-factors: --format: xml not in {text,json} (see --help)\n"},

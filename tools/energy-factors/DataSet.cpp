@@ -2,23 +2,19 @@
 
 #include <fmt/format.h>
 
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
+#include "InputFile.h"
 #include "PluginSandbox.h"
 
 namespace energyfactors {
 
 DataSet ReadDataSet(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error(fmt::format("cannot read {}", path));
-    }
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        throw std::runtime_error(fmt::format("cannot read {}", path));
+    hostkit::InputFile file(path, kMaxDataSetBytes);
+    std::string text;
+    if (!file.ReadAll(&text)) {
+        throw std::runtime_error(fmt::format("cannot read {}: {}", path, file.error()));
     }
     return ParseDataSet(path, text);
 }

@@ -2,6 +2,7 @@
 // the version, every further line is offered to the plug-in's row parser.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,11 @@ struct DataSet {
     std::vector<DataRow> rows;  // lines 2 and on
 };
 
-// Reads and parses a data set. Throws std::runtime_error when the file cannot be read.
+// The largest data set read: 64 MiB, eight times a generated 100,000-row set.
+constexpr uint64_t kMaxDataSetBytes = 64ull * 1024 * 1024;
+
+// Reads and parses a data set. Throws std::runtime_error when the file cannot be read, is not a
+// regular file or is larger than kMaxDataSetBytes.
 // Needs a PluginSandbox alive (the parser logs to the simulated TV).
 DataSet ReadDataSet(const std::string& path);
 DataSet ParseDataSet(const std::string& path, const std::string& text);

@@ -7,8 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <stdexcept>
+
+#include "InputFile.h"
 
 namespace energyfactors {
 
@@ -45,10 +46,8 @@ bool ParseTime(const std::string& text, double* out) {
 }  // namespace
 
 std::vector<Sample> ReadMeter(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        throw std::runtime_error(fmt::format("cannot read {}", path));
-    }
+    hostkit::InputFile file(path, kMaxMeterBytes);
+    std::istream in(&file);
     std::vector<Sample> samples;
     std::string line;
     int number = 0;
@@ -71,6 +70,9 @@ std::vector<Sample> ReadMeter(const std::string& path) {
                 "{}:{}: not \"time,watts\" (seconds or UTC time, then watts)", path, number));
         }
         header_allowed = false;
+    }
+    if (!file.ok()) {
+        throw std::runtime_error(fmt::format("cannot read {}: {}", path, file.error()));
     }
     if (samples.empty()) {
         throw std::runtime_error(fmt::format("{}: no samples", path));

@@ -14,9 +14,13 @@ struct Sample {
     double watts = 0;
 };
 
+// The largest wattmeter file read: 256 MiB, about ten weeks of samples every second.
+constexpr uint64_t kMaxMeterBytes = 256ull * 1024 * 1024;
+
 // Lines starting with '#', blank lines and a header line are skipped. Throws
 // std::runtime_error "FILE:LINE: reason" for a line that is neither, or when the file cannot be
 // read.
+// The file must be a regular file of at most kMaxMeterBytes.
 std::vector<Sample> ReadMeter(const std::string& path);
 std::string FormatMeter(const std::vector<Sample>& samples);
 

@@ -4,8 +4,9 @@
 
 #include <cstdio>
 #include <ctime>
-#include <fstream>
 #include <stdexcept>
+
+#include "InputFile.h"
 
 namespace energyfactors {
 
@@ -50,11 +51,12 @@ std::string Rest(const char* text) {
 }  // namespace
 
 Session ReadSession(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        throw std::runtime_error(fmt::format("cannot read {}", path));
+    hostkit::InputFile file(path, kMaxLogBytes);
+    std::istream in(&file);
+    Session s = file.ok() ? ParseSession(in) : Session();
+    if (!file.ok()) {
+        throw std::runtime_error(fmt::format("cannot read {}: {}", path, file.error()));
     }
-    Session s = ParseSession(in);
     if (s.turns.empty()) {
         throw std::runtime_error(fmt::format(
             "{}: no \"[Energy Factors]\" snapshot lines (write the log at level info)", path));

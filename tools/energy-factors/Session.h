@@ -27,7 +27,11 @@ struct Session {
     std::vector<Turn> turns;
 };
 
-// Throws std::runtime_error when the log cannot be read or holds no complete snapshot.
+// The largest log read: 2 GiB, about a hundred days at level info.
+constexpr uint64_t kMaxLogBytes = 2048ull * 1024 * 1024;
+
+// Throws std::runtime_error when the log cannot be read, is not a regular file, is larger than
+// kMaxLogBytes or holds no complete snapshot.
 Session ReadSession(const std::string& path);
 Session ParseSession(std::istream& in);
 
