@@ -15,6 +15,7 @@
 #include "AppInfoUtil.h"
 #include "CString.h"
 #include "Log.h"
+#include "ReadableFile.h"
 
 namespace powermeter {
 
@@ -33,29 +34,19 @@ struct FileText {
 // Reads the file in one go (more reads only if it grows meanwhile). False when it cannot be
 // opened; a read error ends the text where it happened, as it ends a stream, and so does a
 // buffer that cannot be had (the loader never throws).
-// The data set must be a regular file: a FIFO would block the open or the first read for
-// ever, and a device could be read without end. Anything else counts as a file that cannot be
-// opened. The open does not block; the reads that follow do.
-int open_regular_file(const std::string& path, struct stat& info) {
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) {
-        return -1;
-    }
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) ||
-        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
 bool read_whole_file(const std::string& path, FileText& text) {
-    struct stat info {};
-    const int fd = open_regular_file(path, info);
+    // A FIFO or a device counts as a data set that cannot be opened: it could block the open
+    // or be read without end.
+    if (common::IsSpecialFile(path)) {
+        return false;
+    }
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         return false;
     }
-    size_t capacity = info.st_size > 0 ? static_cast<size_t>(info.st_size) + 1 : 4096;
+    struct stat info {};
+    size_t capacity =
+        fstat(fd, &info) == 0 && info.st_size > 0 ? static_cast<size_t>(info.st_size) + 1 : 4096;
     text.data.reset(new (std::nothrow) char[capacity]);
     text.size = 0;
     while (text.data) {
@@ -198,13 +189,9 @@ bool PowerFactorLoader::find_similar_panel_type(std::vector<PowerFactors>& candi
 bool PowerFactorLoader::find_one_with_panel_type(const std::string& panel_type, PowerFactors& out) {
     ELOGI("[Energy] Find a power factors for %s", panel_type.c_str());
     const std::string path = get_data_file_path();
-    struct stat info {};
-    const int fd = open_regular_file(path, info);
-    if (fd >= 0) {
-        close(fd);
-    }
+    // As in Load: a FIFO or a device counts as a file that cannot be opened.
     std::ifstream in;
-    if (fd >= 0) {
+    if (!common::IsSpecialFile(path)) {
         in.open(path);
     }
     if (!in.is_open()) {

@@ -5,6 +5,7 @@
 
 #include "AppInfoUtil.h"
 #include "Log.h"
+#include "ReadableFile.h"
 #include "SystemInfoUtil.h"
 
 namespace common {
@@ -42,7 +43,12 @@ bool EnergyServicePrerequisite::IsAvailable() {
 
 bool EnergyServicePrerequisite::check_availability_simply() {
     const std::string path = get_data_file_path();
-    std::ifstream in(path);
+    // A FIFO or a device counts as a file that cannot be opened: it could block the open (and
+    // with it the framework's availability check) or be read without end.
+    std::ifstream in;
+    if (!IsSpecialFile(path)) {
+        in.open(path);
+    }
     if (!in.is_open()) {
         CLOGE("[EnergyServicePrerequisite] Cannot open to %s", path.c_str());
         return false;
