@@ -283,7 +283,12 @@ bool PowerLogQueue::modify_file() {
         return false;
     }
     file.Open(false);
-    const int64_t stored = ReadCount(file);
+    int64_t stored = 0;
+    try {
+        stored = ReadCount(file);
+    } catch (const std::runtime_error&) {
+        return false;  // a count that cannot be read (a file cut short) is mended by a full write
+    }
     const int64_t n = static_cast<int64_t>(items.size());
     if (stored == n) {
         modify_last_item(file);  // the last block was merged
@@ -310,12 +315,16 @@ void PowerLogQueue::append_item(DataFile& file) {
 }
 
 void PowerLogQueue::write_all() {
-    DataFile file;
-    file.Open(true);
-    WriteCount(file, items.size());
+    // The count and every record, built whole and put in place in one step: a rewrite cut
+    // short (a kill, a full disk) leaves the previous file, never a shorter or empty log.
+    std::vector<char> image(kCountSize + kRecordSize * items.size());
+    EncodeU32(image.data(), static_cast<uint32_t>(items.size()));
+    char* record = image.data() + kCountSize;
     for (const TimeAndPower& item : items) {
-        WriteRecord(file, item);
+        EncodeRecord(record, item);
+        record += kRecordSize;
     }
+    DataFile().Replace(image.data(), static_cast<unsigned int>(image.size()));
 }
 
 }  // namespace powermeter
