@@ -1,11 +1,14 @@
 #include "PowerLogQueue.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <exception>
-#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "AppInfoUtil.h"
@@ -100,6 +103,29 @@ void WriteRecord(DataFile& file, const TimeAndPower& item) {
     file.Write(buffer, kRecordSize);
 }
 
+// The whole text of `path` when it is a regular file, else nothing. The open does not block
+// and the type is taken from the file opened: a FIFO in the option file's place would
+// otherwise hold Init, and with it CreatePlugin, until something writes to it.
+std::string ReadRegularFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        return {};
+    }
+    std::string text;
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        char buffer[512];
+        ssize_t n;
+        while ((n = ::read(fd, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR)) {
+            if (n > 0) {
+                text.append(buffer, static_cast<size_t>(n));
+            }
+        }
+    }
+    ::close(fd);
+    return text;
+}
+
 }  // namespace
 
 PowerLogQueue::PowerLogQueue()
@@ -125,7 +151,7 @@ void PowerLogQueue::fill_options() {
     }
     ELOGE("[Energy] !!!WARNING!!! There is %s file to be able to change energy options",
           path.c_str());
-    std::ifstream in(path);
+    std::istringstream in(ReadRegularFile(path));
     unsigned long write_interval = 0;
     unsigned long block_size = 0;
     unsigned long notify_interval = 0;

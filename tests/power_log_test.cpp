@@ -114,6 +114,7 @@ TEST_F(PowerLogTest, OptionFileIsTakenOnlyWhenAllThreeAreInRange) {
     const std::string defaults = "900, 3600, 86400";
     struct Row {
         std::string text, changed, option_line;
+        bool fifo = false;  // a FIFO in the file's place: read as nothing, without blocking
     };
     std::vector<Row> rows = {
         // Bounds included; whitespace of any kind separates, the rest is ignored.
@@ -127,11 +128,16 @@ TEST_F(PowerLogTest, OptionFileIsTakenOnlyWhenAllThreeAreInRange) {
           "901 900 3600", "60 3601 3600", "60 900 86401", "99999999999999999999999 1 1"}) {
         rows.push_back({text, defaults, OptionLine(900, 60, 1440, 24)});
     }
+    rows.push_back({"", defaults, OptionLine(900, 60, 1440, 24), true});
     for (const Row& r : rows) {
         WriteOptions(dir_.path(), r.text);
+        if (r.fifo) {
+            ASSERT_EQ(unlink(OptionPath().c_str()), 0);
+            ASSERT_EQ(mkfifo(OptionPath().c_str(), 0644), 0);
+        }
         const uint64_t mark = tvsim::LogMark();
         powermeter::PowerLogQueue queue;
-        queue.Init();
+        EXPECT_TRUE(FinishesWithoutBlocking([&] { queue.Init(); }, OptionPath()));
         EXPECT_EQ(Catalogue(kEnergy, mark),
                   (std::vector<std::string>{
                       "E [Energy] !!!WARNING!!! There is " + OptionPath() +
@@ -141,6 +147,7 @@ TEST_F(PowerLogTest, OptionFileIsTakenOnlyWhenAllThreeAreInRange) {
                       kHeader, kRule}))
             << "option file: '" << r.text << "'";
         EXPECT_FALSE(queue.IsUploadRequired());  // an empty log is never due
+        fs::remove(OptionPath());
     }
 }
 
