@@ -170,6 +170,14 @@ const JsonValue& JsonValue::Null() {
     return instance;
 }
 
+bool JsonValue::owns_tree_alone() const {
+    // A root whose only references are its own handle and its cache's: every other value,
+    // handle or child cache on the tree would hold one more.
+    _JsonNode* root = shared.owner.get();
+    return shared.node == root && children && children->tree.get() == root &&
+           detail::node_references(root) == 2;
+}
+
 JsonValue::ChildManager& JsonValue::cache() const {
     // The cache is made on first use: scalars and temporaries never need one.
     if (!children) {
@@ -464,15 +472,17 @@ const JsonValue& JsonValue::operator[](const std::string& key) const {
 JsonValue& JsonValue::operator[](const std::string& key) {
     const JsonType t = type();
     check_container(t, JsonType::Object);
-    // When the object is new, or the cache names every member and this name is not among
-    // them, the json-glib lookup is skipped: a new member costs one lookup fewer.
+    // When the object is new or empty, or the cache names every member and this name is not
+    // among them, the json-glib lookup is skipped: a new member costs one lookup fewer.
     const size_t name = name_summary(key);
     bool absent = t == JsonType::Null;
     if (absent) {
         vivify(JsonType::Object);
     } else {
         const unsigned size = shared.object_size();
-        absent = children ? children->knows_absent(size, name) : size == 0;
+        // The cache sees only this value's own changes, so it decides only for a tree that
+        // no other value can change.
+        absent = size == 0 || (children && owns_tree_alone() && children->knows_absent(size, name));
     }
     _JsonNode* member = absent ? nullptr : shared.find_member(key.c_str());
     if (member == nullptr) {
