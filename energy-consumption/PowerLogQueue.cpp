@@ -114,9 +114,12 @@ std::string ReadRegularFile(const std::string& path) {
     std::string text;
     struct stat st;
     if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        // Three numbers never need more; a larger file is not read into memory whole.
+        constexpr size_t kMaxText = 64 * 1024;
         char buffer[512];
-        ssize_t n;
-        while ((n = ::read(fd, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR)) {
+        ssize_t n = 0;
+        while (text.size() < kMaxText &&
+               ((n = ::read(fd, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))) {
             if (n > 0) {
                 text.append(buffer, static_cast<size_t>(n));
             }
