@@ -55,6 +55,13 @@ size_t name_summary(const std::string& key) {
     return static_cast<size_t>((head ^ (tail * 0x9E3779B97F4A7C15ull)) + n);
 }
 
+// True when `node` is the root of its tree and the only references on it are its value's
+// handle and that value's cache (`cache_tree`): every other value, handle or child cache on
+// the tree would hold one more, and could change its members behind the cache's back.
+bool HeldAlone(_JsonNode* root, _JsonNode* node, _JsonNode* cache_tree) {
+    return node == root && cache_tree == root && detail::node_references(root) == 2;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------
@@ -168,14 +175,6 @@ JsonValue JsonValue::Create(const std::string& text) {
 const JsonValue& JsonValue::Null() {
     static const JsonValue instance;
     return instance;
-}
-
-bool JsonValue::owns_tree_alone() const {
-    // A root whose only references are its own handle and its cache's: every other value,
-    // handle or child cache on the tree would hold one more.
-    _JsonNode* root = shared.owner.get();
-    return shared.node == root && children && children->tree.get() == root &&
-           detail::node_references(root) == 2;
 }
 
 JsonValue::ChildManager& JsonValue::cache() const {
@@ -482,7 +481,9 @@ JsonValue& JsonValue::operator[](const std::string& key) {
         const unsigned size = shared.object_size();
         // The cache sees only this value's own changes, so it decides only for a tree that
         // no other value can change.
-        absent = size == 0 || (children && owns_tree_alone() && children->knows_absent(size, name));
+        absent = size == 0 ||
+                 (children && HeldAlone(shared.owner.get(), shared.node, children->tree.get()) &&
+                  children->knows_absent(size, name));
     }
     _JsonNode* member = absent ? nullptr : shared.find_member(key.c_str());
     if (member == nullptr) {

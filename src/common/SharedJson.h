@@ -219,9 +219,6 @@ class WEXF_COMMON_API JsonValue {
     // Makes a null value an empty container of `container` type.
     void vivify(JsonType container);
     ChildManager& cache() const;
-    // True when this value is a tree's root and nothing but it and its cache holds the tree,
-    // so that no other value can change its members.
-    bool owns_tree_alone() const;
     // Assignment of a scalar: this value's cache goes, as it would for an assigned temporary.
     template <typename T>
     JsonValue& assign_scalar(T value);
