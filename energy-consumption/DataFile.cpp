@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <stdexcept>
 
@@ -14,11 +15,40 @@ namespace powermeter {
 namespace {
 
 constexpr const char kFileName[] = "energy_log.dat";
+constexpr const char kTempSuffix[] = ".tmp";
+
+// Writes all `size` bytes to `fd`, across short writes and interruptions.
+bool WriteFully(int fd, const char* buffer, size_t size) {
+    while (size > 0) {
+        const ssize_t n = ::write(fd, buffer, size);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return false;
+        }
+        buffer += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+// Flushes the directory holding `file`, so that a rename in it reaches the disk too.
+void SyncDirectoryOf(const std::string& file) {
+    const size_t slash = file.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : file.substr(0, slash + 1);
+    const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        (void)fsync(fd);  // the new file is in place either way; this only hastens it to disk
+        ::close(fd);
+    }
+}
 
 }  // namespace
 
 // The data path carries its trailing separator, so the name is appended directly.
-DataFile::DataFile() : path(AppInfoUtil::GetDataPath() + kFileName) {}
+DataFile::DataFile()
+    : path(AppInfoUtil::GetDataPath() + kFileName), temp_path(path + kTempSuffix) {}
 
 DataFile::~DataFile() {
     close_file();
@@ -129,6 +159,29 @@ void DataFile::Write(char* buffer, unsigned int size) {
     if (stream.fail() || stream.bad()) {
         throw std::runtime_error("failed to wrtie data to the data file");
     }
+}
+
+void DataFile::Replace(const char* buffer, unsigned int size) {
+    close_file();
+    // As Open: a FIFO, directory or device in the file's place is left as it is.
+    if (is_special_file()) {
+        throw std::runtime_error("the data file is not opened");
+    }
+    // A temporary file that a killed rewrite left behind is dropped, whatever it holds.
+    ::unlink(temp_path.c_str());
+    const int fd =
+        ::open(temp_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        throw std::runtime_error("failed to create the date file");
+    }
+    bool written = WriteFully(fd, buffer, size) && fsync(fd) == 0;
+    written = ::close(fd) == 0 && written;
+    // Renamed only once every byte is on the disk; on any failure the old file stays as it was.
+    if (!written || std::rename(temp_path.c_str(), path.c_str()) != 0) {
+        ::unlink(temp_path.c_str());
+        throw std::runtime_error("failed to wrtie data to the data file");
+    }
+    SyncDirectoryOf(path);
 }
 
 void DataFile::Read(char* buffer, unsigned int size) {

@@ -27,6 +27,10 @@ class DataFile {
     void SeekFromBeg(unsigned int position);
     void Write(char* buffer, unsigned int size);
     void Read(char* buffer, unsigned int size);
+    // Replaces the whole file with `size` bytes. They are written to a temporary file in the
+    // same directory, flushed to the disk and renamed over the file, so that a kill or a
+    // failure at any moment leaves the previous file or the new one, never a part of either.
+    void Replace(const char* buffer, unsigned int size);
 
   private:
     bool is_exist();
@@ -38,7 +42,8 @@ class DataFile {
     void throw_exception_when_stream_is_not_opened();
 
     std::fstream stream;
-    std::string path;  // data directory (ends in '/') + "energy_log.dat"
+    std::string path;       // data directory (ends in '/') + "energy_log.dat"
+    std::string temp_path;  // path + ".tmp": where Replace writes before the rename
 };
 
 }  // namespace powermeter

@@ -1,11 +1,14 @@
 #include "PowerLogQueue.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstring>
 #include <exception>
-#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "AppInfoUtil.h"
@@ -100,6 +103,32 @@ void WriteRecord(DataFile& file, const TimeAndPower& item) {
     file.Write(buffer, kRecordSize);
 }
 
+// The whole text of `path` when it is a regular file, else nothing. The open does not block
+// and the type is taken from the file opened: a FIFO in the option file's place would
+// otherwise hold Init, and with it CreatePlugin, until something writes to it.
+std::string ReadRegularFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        return {};
+    }
+    std::string text;
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+        // Three numbers never need more; a larger file is not read into memory whole.
+        constexpr size_t kMaxText = 64 * 1024;
+        char buffer[512];
+        ssize_t n = 0;
+        while (text.size() < kMaxText &&
+               ((n = ::read(fd, buffer, sizeof buffer)) > 0 || (n < 0 && errno == EINTR))) {
+            if (n > 0) {
+                text.append(buffer, static_cast<size_t>(n));
+            }
+        }
+    }
+    ::close(fd);
+    return text;
+}
+
 }  // namespace
 
 PowerLogQueue::PowerLogQueue()
@@ -125,7 +154,7 @@ void PowerLogQueue::fill_options() {
     }
     ELOGE("[Energy] !!!WARNING!!! There is %s file to be able to change energy options",
           path.c_str());
-    std::ifstream in(path);
+    std::istringstream in(ReadRegularFile(path));
     unsigned long write_interval = 0;
     unsigned long block_size = 0;
     unsigned long notify_interval = 0;
@@ -283,7 +312,12 @@ bool PowerLogQueue::modify_file() {
         return false;
     }
     file.Open(false);
-    const int64_t stored = ReadCount(file);
+    int64_t stored = 0;
+    try {
+        stored = ReadCount(file);
+    } catch (const std::runtime_error&) {
+        return false;  // a count that cannot be read (a file cut short) is mended by a full write
+    }
     const int64_t n = static_cast<int64_t>(items.size());
     if (stored == n) {
         modify_last_item(file);  // the last block was merged
@@ -310,12 +344,16 @@ void PowerLogQueue::append_item(DataFile& file) {
 }
 
 void PowerLogQueue::write_all() {
-    DataFile file;
-    file.Open(true);
-    WriteCount(file, items.size());
+    // The count and every record, built whole and put in place in one step: a rewrite cut
+    // short (a kill, a full disk) leaves the previous file, never a shorter or empty log.
+    std::vector<char> image(kCountSize + kRecordSize * items.size());
+    EncodeU32(image.data(), static_cast<uint32_t>(items.size()));
+    char* record = image.data() + kCountSize;
     for (const TimeAndPower& item : items) {
-        WriteRecord(file, item);
+        EncodeRecord(record, item);
+        record += kRecordSize;
     }
+    DataFile().Replace(image.data(), static_cast<unsigned int>(image.size()));
 }
 
 }  // namespace powermeter

@@ -1,13 +1,17 @@
 // Parses arbitrary bytes and walks the JSON value layer over the result: every query and
 // conversion, member and element access (const and creating), copies, moves, assignment into
-// children, and serialisation. Traps when a document stops round-tripping through its text.
+// children, and serialisation. Traps when a document stops round-tripping through its text,
+// or when json-glib's parser nests deeper than the nesting guard counted.
 #include <glib.h>
+#include <json-glib/json-glib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
 
 #include "FuzzTarget.h"
+#include "JsonNesting.h"
 #include "SharedJson.h"
 
 #if defined(EC_LIBFUZZER)
@@ -145,6 +149,29 @@ void Mutate(const JsonValue& original, const std::string& original_text) {
     }
 }
 
+// The deepest json-glib's own parser goes on `text`, from its start and end signals: every
+// statement of the text, and up to the error in text it refuses.
+unsigned ParserDepth(const char* text) {
+    struct Depth {
+        unsigned now = 0, deepest = 0;
+    } depth;
+    void (*start)(JsonParser*, gpointer) = [](JsonParser*, gpointer d) {
+        auto* depth = static_cast<Depth*>(d);
+        depth->deepest = std::max(depth->deepest, ++depth->now);
+    };
+    void (*end)(JsonParser*, gpointer, gpointer) = [](JsonParser*, gpointer, gpointer d) {
+        --static_cast<Depth*>(d)->now;
+    };
+    JsonParser* parser = json_parser_new();
+    g_signal_connect(parser, "array-start", G_CALLBACK(start), &depth);
+    g_signal_connect(parser, "object-start", G_CALLBACK(start), &depth);
+    g_signal_connect(parser, "array-end", G_CALLBACK(end), &depth);
+    g_signal_connect(parser, "object-end", G_CALLBACK(end), &depth);
+    json_parser_load_from_data(parser, text, -1, nullptr);
+    g_object_unref(parser);
+    return depth.deepest;
+}
+
 }  // namespace
 
 FUZZ_TARGET(JsonValue) {
@@ -153,6 +180,12 @@ FUZZ_TARGET(JsonValue) {
     (void)quiet_log;
 #endif
     const std::string input(reinterpret_cast<const char*>(data), size);
+    // On every text the guard hands to json-glib, json-glib nests no deeper than it counted.
+    using common::json::detail::kMaxNesting;
+    if (!common::json::detail::NestsDeeperThan(input.c_str(), kMaxNesting) &&
+        ParserDepth(input.c_str()) > common::json::detail::NestingDepth(input.c_str())) {
+        __builtin_trap();
+    }
     const JsonValue doc = JsonValue::Create(input);
     const bool representable = Walk(doc, 0);
 

@@ -146,6 +146,18 @@ TEST_F(JsonParse, MalformedAndTooDeepTextGivesNull) {
             {"['\"'," + Arrays(200) + "]", 'e'},        // a double quote in a single-quoted string
             {"/* \" */" + Arrays(201), 'e'},            // a double quote in a comment
             {Repeat("]", 500) + Arrays(201), 'e'},      // closing brackets first buy no depth
+            // json-glib 1.6 skips from a '/' to the next '/': a quote there opens no string,
+            // a bracket there closes nothing, and a '/' in a string starts no comment.
+            {"/\"/" + Repeat("[", 300000), 'e'},
+            {Repeat("[/]/", 201) + "1" + Repeat("]", 201), 'e'},
+            {"[\"/\"," + Arrays(199) + "]", 'v'},
+            // Later versions read "/*" to "*/" as one comment: what follows it counts too.
+            {"/*/\"*/" + Arrays(201) + "\"", 'e'},
+            // A \u escape takes the first character that is no hex digit, a quote included;
+            // half a surrogate pair takes the character after it.
+            {"[\"\\u1\"\"," + Arrays(200) + "]", 'e'},
+            {"[\"\\uD800\"\"," + Arrays(200) + "]", 'e'},
+            {"[\"\\uD83D\\\"\"," + Arrays(199) + "]", 'v'},
         };
         for (const auto& [text, outcome] : rows) {
             const std::string name = text.substr(0, 40);

@@ -257,15 +257,25 @@ TEST(JsonSharedTree, ChildrenChangeKindInPlaceAndTravelWithMoves) {
 
 // A child handed out by reference must never outlive what it stands for: after a member is
 // removed, an array shrinks or the value changes kind, access gives a child of the document
-// as it is now. Each row caches children, changes the document, lets other values take the
-// memory the change freed, then writes through fresh access and checks the whole document.
+// as it is now. Each row caches children, changes the document (itself, or through a second
+// value on the same node), lets other values take the memory the change freed, then writes
+// through fresh access and checks the whole document.
 TEST(JsonSharedTree, NoStaleChildAfterTheDocumentChanges) {
     const JsonValue five = Parse("[5]"), object = Parse("{\"b\":2}"), null;
     const struct {
         const char *start, *cached;
         std::function<void(JsonValue&)> change, write;
         const char* expected;
+        bool through_other = false;
     } rows[] = {
+        // The other value's changes keep the member count the cache saw: "m" is found, not
+        // taken for absent and set to null.
+        {"{\"k\":1}", "k",
+         [](auto& d) {
+             d.removeMember("k");
+             d["m"] = 2;
+         },
+         [](auto& d) { d["n"] = d["m"]; }, "{\"m\":2,\"n\":2}", true},
         {"{\"a\":1,\"b\":2}", "a b", [](auto& d) { d.removeMember("a"); },
          [](auto& d) { d["a"] = 7; }, "{\"b\":2,\"a\":7}"},
         {"{\"a\":{\"x\":1}}", "a/x", [](auto& d) { d.removeMember("a"); },
@@ -289,9 +299,11 @@ TEST(JsonSharedTree, NoStaleChildAfterTheDocumentChanges) {
          [](auto& d) { d[0] = 5; }, "[5,2]"},
     };
     for (const auto& r : rows) {
-        JsonValue doc = Parse(r.start);
+        const common::json::SharedJson tree = common::json::SharedJson::Create(r.start);
+        JsonValue doc = r.through_other ? JsonValue(tree) : Parse(r.start);
+        JsonValue other(tree);
         Cache(doc, r.cached);
-        r.change(doc);
+        r.change(r.through_other ? other : doc);
         // Values made now take the memory of whatever the change freed.
         std::vector<JsonValue> holders(16, JsonValue(-1));
         r.write(doc);

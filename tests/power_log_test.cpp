@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <future>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -113,6 +114,7 @@ TEST_F(PowerLogTest, OptionFileIsTakenOnlyWhenAllThreeAreInRange) {
     const std::string defaults = "900, 3600, 86400";
     struct Row {
         std::string text, changed, option_line;
+        bool fifo = false;  // a FIFO in the file's place: read as nothing, without blocking
     };
     std::vector<Row> rows = {
         // Bounds included; whitespace of any kind separates, the rest is ignored.
@@ -126,11 +128,16 @@ TEST_F(PowerLogTest, OptionFileIsTakenOnlyWhenAllThreeAreInRange) {
           "901 900 3600", "60 3601 3600", "60 900 86401", "99999999999999999999999 1 1"}) {
         rows.push_back({text, defaults, OptionLine(900, 60, 1440, 24)});
     }
+    rows.push_back({"", defaults, OptionLine(900, 60, 1440, 24), true});
     for (const Row& r : rows) {
         WriteOptions(dir_.path(), r.text);
+        if (r.fifo) {
+            ASSERT_EQ(unlink(OptionPath().c_str()), 0);
+            ASSERT_EQ(mkfifo(OptionPath().c_str(), 0644), 0);
+        }
         const uint64_t mark = tvsim::LogMark();
         powermeter::PowerLogQueue queue;
-        queue.Init();
+        EXPECT_TRUE(FinishesWithoutBlocking([&] { queue.Init(); }, OptionPath()));
         EXPECT_EQ(Catalogue(kEnergy, mark),
                   (std::vector<std::string>{
                       "E [Energy] !!!WARNING!!! There is " + OptionPath() +
@@ -140,6 +147,7 @@ TEST_F(PowerLogTest, OptionFileIsTakenOnlyWhenAllThreeAreInRange) {
                       kHeader, kRule}))
             << "option file: '" << r.text << "'";
         EXPECT_FALSE(queue.IsUploadRequired());  // an empty log is never due
+        fs::remove(OptionPath());
     }
 }
 
@@ -212,11 +220,12 @@ TEST_F(PowerLogTest, WritesTouchOnlyWhatChanged) {
     const Block s{0xDEADBEEF, 0xCAFEF00D, -1234.5};  // a sentinel only the file holds
     const Block m{kT0 + 30, kT0 + 50, 0.5}, n{kT0 + 60, kT0 + 70, 0.25},
         r{kT0 + 40, kT0 + 50, 0.25};
-    const Bytes t = {0xA5, 0x5A, 0xA5}, none;
+    const Bytes t = {0xA5, 0x5A, 0xA5};
+    const std::optional<Bytes> none;
     Bytes cut_short = LogImage(2, {s, b, n});  // the old count, and 8 bytes of the new record
     cut_short.resize(4 + 16 * 2 + 8);
     struct Row {
-        Bytes before;
+        std::optional<Bytes> before;  // nullopt: no file
         Act act;
         Bytes after;
         int room = -1;
@@ -227,6 +236,9 @@ TEST_F(PowerLogTest, WritesTouchOnlyWhatChanged) {
         {LogImage({s, b}), kNew, LogImage({s, b, n})},  // count 2: one record, then the count
         {LogImage({s}), kMerge, LogImage({s, m})},      // count 1: the same
         {none, kMerge, LogImage({a, m})},               // no file: full write
+        // A count that cannot be read, as a write cut short by a full disk leaves it: full write.
+        {Bytes{}, kMerge, LogImage({a, m})},
+        {Bytes{2, 0}, kNew, LogImage({a, b, n})},
         // Record n goes at 4 + 16(n - 1), over stray bytes, never after them.
         {Cat(LogImage({s, b}), Bytes(20, 0x55)), kNew, Cat(LogImage({s, b, n}), Bytes(4, 0x55))},
         // Cut short, the record lands before the count, so the old count still stands.
@@ -255,14 +267,14 @@ TEST_F(PowerLogTest, WritesTouchOnlyWhatChanged) {
         Interval(queue, a.start, a.power);
         Interval(queue, b.start, b.power);
         std::remove(LogPath().c_str());
-        if (!row.before.empty()) {
-            WriteBytes(LogPath(), row.before);
+        if (row.before) {
+            WriteBytes(LogPath(), *row.before);
         }
         if (row.act == kReInit) {
             queue.Init();
         }
         {
-            FileSizeCap cap(row.room < 0 ? RLIM_INFINITY : row.before.size() + row.room);
+            FileSizeCap cap(row.room < 0 ? RLIM_INFINITY : row.before->size() + row.room);
             ASSERT_TRUE(cap.ok());
             Interval(queue, row.act == kNew ? n.start : kT0 + 40, 0.25);
         }
@@ -338,10 +350,11 @@ TEST_F(PowerLogTest, LoadingDamagedFiles) {
     EXPECT_TRUE(queue.IsUploadRequired());
 }
 
-// Each row: storage that fails, by a data directory that cannot hold the file or by something
-// other than a regular file in the file's place (running as root, permissions stop nothing).
-// Loading takes no time and removes nothing, each write fails with the row's error, and the
-// blocks stay in memory: once the storage is back, the next write saves them all.
+// Each row: storage that fails, by a data directory that cannot hold the file, a full disk,
+// or something other than a regular file in the file's place (running as root, permissions
+// stop nothing). Loading takes no time and removes nothing, each write fails with the row's
+// error and leaves no file behind, and the blocks stay in memory: once the storage is back,
+// the next write saves them all.
 TEST_F(PowerLogTest, FailingStorageKeepsBlocksInMemory) {
     testsupport::WriteText(dir_.File("plain"), "x");
     const std::string log = LogPath();
@@ -351,10 +364,13 @@ TEST_F(PowerLogTest, FailingStorageKeepsBlocksInMemory) {
         std::string data;  // the data directory
         std::function<bool()> make;
         const char* error;
-        T left;  // what is in the file's place once the queue is done
+        T left;                       // what is in the file's place once the queue is done
+        rlim_t room = RLIM_INFINITY;  // bytes a file may hold while the writes fail
     } rows[] = {
         {dir_.File("plain/"), [] { return true; }, no_file, T::not_found},
         {dir_.File("missing/dir/"), [] { return true; }, no_file, T::not_found},
+        {dir_.path(), [] { return true; }, "failed to wrtie data to the data file", T::not_found,
+         0},
         {dir_.path(), [&] { return mkfifo(log.c_str(), 0644) == 0; }, kNotOpened, T::fifo},
         {dir_.path(), [&] { return mkdir(log.c_str(), 0755) == 0; }, kNotOpened, T::directory},
         {dir_.path(), [&] { return symlink("/dev/full", log.c_str()) == 0; }, kNotOpened,
@@ -369,6 +385,8 @@ TEST_F(PowerLogTest, FailingStorageKeepsBlocksInMemory) {
         powermeter::PowerLogQueue queue;  // default options: 900 s intervals, 1 h blocks
         EXPECT_TRUE(FinishesWithoutBlocking(
             [&] {
+                FileSizeCap cap(r.room);
+                ASSERT_TRUE(cap.ok());
                 queue.Init();
                 queue.Add(kT0, 0.5, 900);
                 queue.Add(kT0 + 3600, 0.25, 900);
@@ -379,8 +397,11 @@ TEST_F(PowerLogTest, FailingStorageKeepsBlocksInMemory) {
             tvsim::Logged(DLOG_ERROR, kEnergy, std::string(kNotOpened) + ", so try to reset", mark),
             r.left != T::not_found);
         EXPECT_EQ(fs::symlink_status(log).type(), r.left);
+        EXPECT_FALSE(Exists(log + ".tmp"));
         tvsim::SetAppPath(tvsim::AppPath::kData, dir_.path());
-        fs::remove(log);
+        if (r.left != T::not_found) {
+            fs::remove(log);  // what the row put in the file's place; a file left is kept
+        }
         queue.Add(kT0 + 4500, 0.25, 900);
         EXPECT_EQ(ReadBytes(log), LogImage({{kT0, kT0 + 900, 0.5}, {kT0 + 3600, kT0 + 5400, 0.5}}));
     }

@@ -100,5 +100,13 @@ void clear_node(_JsonNode* node) {
 
 }  // namespace bugfix
 
+namespace detail {
+
+int node_references(_JsonNode* node) {
+    return bugfix::node_layout_matches() ? layout_of(node)->ref_count : 0;
+}
+
+}  // namespace detail
+
 }  // namespace json
 }  // namespace common

@@ -55,6 +55,13 @@ size_t name_summary(const std::string& key) {
     return static_cast<size_t>((head ^ (tail * 0x9E3779B97F4A7C15ull)) + n);
 }
 
+// True when `node` is the root of its tree and the only references on it are its value's
+// handle and that value's cache (`cache_tree`): every other value, handle or child cache on
+// the tree would hold one more, and could change its members behind the cache's back.
+bool HeldAlone(_JsonNode* root, _JsonNode* node, _JsonNode* cache_tree) {
+    return node == root && cache_tree == root && detail::node_references(root) == 2;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------------------
@@ -464,15 +471,19 @@ const JsonValue& JsonValue::operator[](const std::string& key) const {
 JsonValue& JsonValue::operator[](const std::string& key) {
     const JsonType t = type();
     check_container(t, JsonType::Object);
-    // When the object is new, or the cache names every member and this name is not among
-    // them, the json-glib lookup is skipped: a new member costs one lookup fewer.
+    // When the object is new or empty, or the cache names every member and this name is not
+    // among them, the json-glib lookup is skipped: a new member costs one lookup fewer.
     const size_t name = name_summary(key);
     bool absent = t == JsonType::Null;
     if (absent) {
         vivify(JsonType::Object);
     } else {
         const unsigned size = shared.object_size();
-        absent = children ? children->knows_absent(size, name) : size == 0;
+        // The cache sees only this value's own changes, so it decides only for a tree that
+        // no other value can change.
+        absent = size == 0 ||
+                 (children && HeldAlone(shared.owner.get(), shared.node, children->tree.get()) &&
+                  children->knows_absent(size, name));
     }
     _JsonNode* member = absent ? nullptr : shared.find_member(key.c_str());
     if (member == nullptr) {
