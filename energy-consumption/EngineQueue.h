@@ -14,4 +14,16 @@ IPowerLogQueue* NewEngineQueue();
 // destructor.
 void DeleteEngineQueue(IPowerLogQueue* queue);
 
+// The two for a queue of type Queue.
+template <typename Queue>
+struct EngineQueueOf {
+    static IPowerLogQueue* New() { return new Queue(); }
+    static void Delete(IPowerLogQueue* queue) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
+        delete static_cast<Queue*>(queue);
+#pragma GCC diagnostic pop
+    }
+};
+
 }  // namespace powermeter

@@ -6,14 +6,11 @@
 namespace powermeter {
 
 IPowerLogQueue* NewEngineQueue() {
-    return new PowerLogQueue();
+    return EngineQueueOf<PowerLogQueue>::New();
 }
 
 void DeleteEngineQueue(IPowerLogQueue* queue) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-    delete static_cast<PowerLogQueue*>(queue);
-#pragma GCC diagnostic pop
+    EngineQueueOf<PowerLogQueue>::Delete(queue);
 }
 
 }  // namespace powermeter

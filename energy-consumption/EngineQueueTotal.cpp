@@ -5,14 +5,11 @@
 namespace powermeter {
 
 IPowerLogQueue* NewEngineQueue() {
-    return new SimplePowerLogQueue();
+    return EngineQueueOf<SimplePowerLogQueue>::New();
 }
 
 void DeleteEngineQueue(IPowerLogQueue* queue) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdelete-non-virtual-dtor"
-    delete static_cast<SimplePowerLogQueue*>(queue);
-#pragma GCC diagnostic pop
+    EngineQueueOf<SimplePowerLogQueue>::Delete(queue);
 }
 
 }  // namespace powermeter
