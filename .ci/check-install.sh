@@ -48,12 +48,17 @@ if grep -rlF "$root" "$stage"; then
 fi
 echo "install: SONAME $soname, \$ORIGIN RUNPATHs only, no path of $root"
 
-# Consumers of the support library.
+# Consumers of the support library: a shared library linked with -z defs (every symbol it
+# uses must be exported) and a program using it. The CMake build also checks that no installed
+# header declares the library's internals.
 PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --exists --print-errors wexf-common
-# shellcheck disable=SC2046
-c++ -std=c++17 -Wall -Wextra -Werror .ci/consumer/main.cpp \
-  $(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs wexf-common) \
-  -Wl,-rpath,"$libdir" -o "$tmp/consumer-pkgconfig"
+common_flags=$(PKG_CONFIG_PATH="$libdir/pkgconfig" pkg-config --cflags --libs wexf-common)
+# shellcheck disable=SC2086
+c++ -std=c++17 -Wall -Wextra -Werror -fPIC -shared .ci/consumer/Report.cpp $common_flags \
+  -Wl,-z,defs -o "$tmp/libreport.so"
+# shellcheck disable=SC2086
+c++ -std=c++17 -Wall -Wextra -Werror .ci/consumer/main.cpp -L"$tmp" -lreport $common_flags \
+  -Wl,-rpath,"$libdir" -Wl,-rpath,"$tmp" -o "$tmp/consumer-pkgconfig"
 "$tmp/consumer-pkgconfig" >/dev/null
 cmake -S .ci/consumer -B "$tmp/consumer-cmake" -G Ninja -DCMAKE_PREFIX_PATH="$stage" >/dev/null
 cmake --build "$tmp/consumer-cmake" >/dev/null

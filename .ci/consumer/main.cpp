@@ -1,5 +1,6 @@
 // A program outside the project that uses the installed support library: builds a document,
-// catches the library's exception type, and asks the platform helpers and the pre-check.
+// catches the library's exception type, and asks the platform helpers and the pre-check. The
+// JSON reports come from its own shared library (Report.cpp).
 #include <AppInfoUtil.h>
 #include <EnergyServicePrerequisite.h>
 #include <SharedJson.h>
@@ -7,6 +8,8 @@
 
 #include <cstdio>
 #include <string>
+
+#include "Report.h"
 
 int main() {
     using common::json::JsonValue;
@@ -25,9 +28,15 @@ int main() {
         std::printf("JsonException: %s\n", e.what());
     }
 
+    const std::string daily = DailyReport(4, 0.25);
+    const std::string summary = Summary(daily);
+    std::printf("%s\n%s\n", daily.c_str(), summary.c_str());
+
     std::printf(
         "model year %d, data path '%s', data set has the model: %d\n", SystemInfoUtil::GetTVYear(),
         AppInfoUtil::GetDataPath().c_str(),
         common::service_prerequisite::EnergyServicePrerequisite("model", "panel").IsAvailable());
-    return text == R"({"blocks":3,"ana":"0700"})" && caught ? 0 : 1;
+    const bool ok = text == R"({"blocks":3,"ana":"0700"})" && caught &&
+                    summary == "Wh 4 blocks, 1.00 in all, last at 2700, 3 members, unit is text";
+    return ok ? 0 : 1;
 }

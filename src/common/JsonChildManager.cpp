@@ -1,18 +1,13 @@
 // JsonValue::ChildManager: the cache of child values handed out by reference.
-#include <json-glib/json-glib.h>
+#include "JsonChildManager.h"
 
 #include <algorithm>
 #include <new>
 #include <tuple>
 #include <utility>
 
-#include "JsonGlibPtr.h"
-#include "SharedJson.h"
-
 namespace common {
 namespace json {
-
-using detail::make_owner;
 
 namespace {
 
@@ -109,10 +104,10 @@ void JsonValue::ChildManager::name_slot(unsigned slot, size_t name) const {
 SharedJson JsonValue::ChildManager::member_handle(const SharedJson& parent,
                                                   _JsonNode* member) const {
     if (!tree) {
-        tree = make_owner(json_node_ref(parent.owner.get()));
+        tree = parent.share_tree();
     }
-    if (tree.get() != parent.owner.get()) {
-        return SharedJson(make_owner(json_node_ref(parent.owner.get())), member);
+    if (!parent.owned_by(tree)) {
+        return SharedJson(parent.share_tree(), member);
     }
     return SharedJson(SharedJson::Owner(tree.get(), &keep_node), member);
 }

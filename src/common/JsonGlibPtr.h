@@ -56,10 +56,6 @@ inline SharedJson::Owner new_null_node() {
     return make_owner(json_node_new(JSON_NODE_NULL));
 }
 
-// The references held on `node`, read through the node layout that bugfix::clear_node
-// mirrors; 0 when that layout is not the loaded json-glib's, so that nothing rests on it.
-int node_references(_JsonNode* node);
-
 }  // namespace detail
 }  // namespace json
 }  // namespace common

@@ -5,6 +5,8 @@
 #include <atomic>
 #include <cstddef>
 
+#include "JsonNodeLayout.h"
+
 #include "JsonGlibPtr.h"
 #include "Log.h"
 #include "SharedJson.h"

@@ -1,6 +1,4 @@
 // JsonValue: the value type over SharedJson.
-#include <json-glib/json-glib.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
@@ -8,15 +6,13 @@
 #include <cstring>
 #include <utility>
 
-#include "JsonGlibPtr.h"
-#include "SharedJson.h"
+#include "JsonChildManager.h"
+#include "JsonNodeLayout.h"
 
 namespace common {
 namespace json {
 
 namespace {
-
-using detail::make_owner;
 
 std::string format_number(size_t capacity, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
@@ -55,11 +51,11 @@ size_t name_summary(const std::string& key) {
     return static_cast<size_t>((head ^ (tail * 0x9E3779B97F4A7C15ull)) + n);
 }
 
-// True when `node` is the root of its tree and the only references on it are its value's
-// handle and that value's cache (`cache_tree`): every other value, handle or child cache on
-// the tree would hold one more, and could change its members behind the cache's back.
-bool HeldAlone(_JsonNode* root, _JsonNode* node, _JsonNode* cache_tree) {
-    return node == root && cache_tree == root && detail::node_references(root) == 2;
+// True when the only references on the root `root` are its value's handle and that value's
+// cache: every other value, handle or child cache on the tree would hold one more, and could
+// change its members behind the cache's back.
+bool HeldAlone(_JsonNode* root) {
+    return detail::node_references(root) == 2;
 }
 
 }  // namespace
@@ -116,12 +112,10 @@ JsonValue& JsonValue::operator=(JsonValue&& other) {
         return *this;
     }
     // Take everything from `other` before replacing this value's cache, which may own it.
-    SharedJson source(SharedJson::Owner(nullptr, &json_node_unref), nullptr);
-    std::swap(source.owner, other.shared.owner);
-    std::swap(source.node, other.shared.node);
+    SharedJson source(std::move(other.shared));
     other.shared.reset();
     children = std::move(other.children);
-    if (children && shared.node == shared.owner.get() && source.owner.get() == shared.owner.get()) {
+    if (children && shared.is_root() && shared.shares_tree(source)) {
         // `other` lived inside the tree this value is the root of: its cached children hold
         // this root, and json-glib re-initialises only a node that nobody else holds. The
         // children are rebuilt on demand instead.
@@ -480,10 +474,10 @@ JsonValue& JsonValue::operator[](const std::string& key) {
     } else {
         const unsigned size = shared.object_size();
         // The cache sees only this value's own changes, so it decides only for a tree that
-        // no other value can change.
-        absent = size == 0 ||
-                 (children && HeldAlone(shared.owner.get(), shared.node, children->tree.get()) &&
-                  children->knows_absent(size, name));
+        // no other value can change: this value is its root, and the cache holds it alone.
+        absent =
+            size == 0 || (children && shared.is_root() && shared.owned_by(children->tree) &&
+                          HeldAlone(children->tree.get()) && children->knows_absent(size, name));
     }
     _JsonNode* member = absent ? nullptr : shared.find_member(key.c_str());
     if (member == nullptr) {
@@ -520,7 +514,7 @@ JsonValue JsonValue::get(const std::string& key, const JsonValue& default_value)
     if (member == nullptr) {
         return JsonValue(default_value);
     }
-    return JsonValue(SharedJson(make_owner(json_node_ref(shared.owner.get())), member).clone());
+    return JsonValue(SharedJson(shared.share_tree(), member).clone());
 }
 
 JsonValue JsonValue::get(unsigned index, const JsonValue& default_value) const {
@@ -548,8 +542,7 @@ void JsonValue::append(const JsonValue& value) {
         vivify(JsonType::Array);
     }
     // SharedJson::append() on the copy, without refilling the copy that is dropped anyway.
-    SharedJson copy = value.shared.clone();
-    json_array_add_element(json_node_get_array(shared.node), json_node_ref(copy.node));
+    shared.add_element(value.shared.clone());
 }
 
 void JsonValue::resize(unsigned n) {

@@ -5,6 +5,7 @@
 
 #include "JsonGlibPtr.h"
 #include "JsonNesting.h"
+#include "JsonNodeLayout.h"
 #include "JsonTreeCopy.h"
 #include "JsonWriter.h"
 #include "Log.h"
@@ -55,9 +56,7 @@ SharedJson::SharedJson(long long value)
 SharedJson::SharedJson(bool value)
     : owner(make_owner(json_node_init_boolean(json_node_alloc(), value))), node(owner.get()) {}
 
-SharedJson::SharedJson(const SharedJson& other)
-    : owner(make_owner(other.owner ? json_node_ref(other.owner.get()) : nullptr)),
-      node(other.node) {}
+SharedJson::SharedJson(const SharedJson& other) : owner(other.share_tree()), node(other.node) {}
 
 SharedJson::SharedJson(SharedJson&& other) noexcept
     : owner(std::move(other.owner)), node(other.node) {
@@ -69,7 +68,7 @@ SharedJson::SharedJson(Owner owner_) : owner(std::move(owner_)), node(owner.get(
 SharedJson::SharedJson(Owner owner_, _JsonNode* node_) : owner(std::move(owner_)), node(node_) {}
 
 SharedJson& SharedJson::operator=(const SharedJson& other) {
-    Owner taken = make_owner(other.owner ? json_node_ref(other.owner.get()) : nullptr);
+    Owner taken = other.share_tree();
     owner = std::move(taken);
     node = other.node;
     return *this;
@@ -145,13 +144,12 @@ bool SharedJson::has(const char* key) const {
 }
 
 SharedJson SharedJson::operator[](const std::string& key) const {
-    return SharedJson(make_owner(owner ? json_node_ref(owner.get()) : nullptr),
+    return SharedJson(share_tree(),
                       json_object_get_member(json_node_get_object(node), key.c_str()));
 }
 
 SharedJson SharedJson::operator[](unsigned index) const {
-    return SharedJson(make_owner(owner ? json_node_ref(owner.get()) : nullptr),
-                      json_array_get_element(json_node_get_array(node), index));
+    return SharedJson(share_tree(), json_array_get_element(json_node_get_array(node), index));
 }
 
 _JsonNode* SharedJson::find_member(const char* key) const {
@@ -193,8 +191,16 @@ void SharedJson::resize(unsigned n) {
 }
 
 void SharedJson::append(SharedJson&& other) {
-    json_array_add_element(json_node_get_array(node), json_node_ref(other.node));
+    add_element(other);
     other.reset();
+}
+
+void SharedJson::add_element(const SharedJson& other) {
+    json_array_add_element(json_node_get_array(node), json_node_ref(other.node));
+}
+
+SharedJson::Owner SharedJson::share_tree() const {
+    return make_owner(owner ? json_node_ref(owner.get()) : nullptr);
 }
 
 void SharedJson::set(SharedJson&& other) {

@@ -14,7 +14,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "WexfCommonExport.h"
@@ -39,20 +38,6 @@ class WEXF_COMMON_API JsonException : public std::runtime_error {
     explicit JsonException(const std::string& message) : std::runtime_error(message) {}
     explicit JsonException(const char* message) : std::runtime_error(message) {}
 };
-
-namespace bugfix {
-
-// Makes `node` a null node (json_node_init_null) and then also clears the node's payload
-// pointer. json-glib 1.6 releases the payload on re-initialisation but leaves the stale
-// pointer in place, and the next json_node_set_* would reuse or release it a second time.
-// Every in-place re-initialisation of a node goes through here first.
-void clear_node(_JsonNode* node);
-
-// True when the node layout mirrored by clear_node matches the json-glib that is loaded.
-// When it does not, clear_node leaves the payload field alone.
-bool node_layout_matches();
-
-}  // namespace bugfix
 
 class WEXF_COMMON_API SharedJson {
   public:
@@ -135,6 +120,16 @@ class WEXF_COMMON_API SharedJson {
     _JsonNode* find_member(const char* key) const;
     // Sets `key` to a new null node and returns it.
     _JsonNode* add_null_member(const std::string& key);
+    // append() without resetting `other`: this array gets one more reference on its node.
+    WEXF_COMMON_LOCAL void add_element(const SharedJson& other);
+    // One more reference on the tree this handle keeps alive (its owner), for a handle on
+    // another node of the same tree.
+    WEXF_COMMON_LOCAL Owner share_tree() const;
+    // Whether this handle designates the root of its tree, whether `tree` is its owner, and
+    // whether `other` keeps the same tree alive.
+    bool is_root() const { return node == owner.get(); }
+    bool owned_by(const Owner& tree) const { return owner.get() == tree.get(); }
+    bool shares_tree(const SharedJson& other) const { return owner.get() == other.owner.get(); }
 
     Owner owner;
     _JsonNode* node;
@@ -142,8 +137,6 @@ class WEXF_COMMON_API SharedJson {
 
 class WEXF_COMMON_API JsonValue {
   public:
-    class ChildManager;
-
     JsonValue();
     JsonValue(JsonType type);
     JsonValue(const std::string& value);
@@ -214,6 +207,10 @@ class WEXF_COMMON_API JsonValue {
     void removeMember(const std::string& key);
 
   private:
+    // The cache of the children handed out by reference, made on first use. Its definition
+    // is internal to the library.
+    class ChildManager;
+
     // Throws "invalid type" unless this value is null or of the container type `required`.
     void check_container(JsonType actual, JsonType required) const;
     // Makes a null value an empty container of `container` type.
@@ -225,64 +222,6 @@ class WEXF_COMMON_API JsonValue {
 
     SharedJson shared;
     mutable std::unique_ptr<ChildManager> children;
-};
-
-// Cache of the child values handed out by reference. A cached child shares the parent's
-// tree, so writes through it change the parent document. References stay valid until the
-// entry is erased or the cache is cleared.
-class JsonValue::ChildManager {
-  public:
-    explicit ChildManager(JsonType type);
-    ~ChildManager();
-    ChildManager(const ChildManager&) = delete;
-    ChildManager& operator=(const ChildManager&) = delete;
-
-    // The child for `member`, a member node of `parent` that the caller has looked up.
-    JsonValue& get(const SharedJson& parent, _JsonNode* member) const;
-    // The same, for a member whose name has the summary `name`: the cache remembers it, so
-    // that it can tell a new name from the members it holds.
-    JsonValue& get(const SharedJson& parent, _JsonNode* member, size_t name) const;
-    // True when the object has `object_size` members, all of them named entries here, and
-    // none with this name summary: the name is certainly not a member yet.
-    bool knows_absent(unsigned object_size, size_t name) const;
-    JsonValue& get(const SharedJson& parent, unsigned index) const;
-    void erase(_JsonNode* member);
-    void resize(unsigned n);  // drops every indexed child at n or above
-    void clear();
-    void set_type(JsonType type);  // clears every child when the type changes
-
-  private:
-    friend class JsonValue;
-
-    // Members are found by their node, so a lookup neither hashes nor copies the key. The
-    // first few live in place, which is all most objects ever need; the rest in a map.
-    static constexpr unsigned kInlineMembers = 12;
-
-    JsonValue* find_member(_JsonNode* member) const;
-    // A handle on `member` for a new entry: it borrows `tree`'s reference when both share the
-    // parent's tree, and takes its own otherwise.
-    SharedJson member_handle(const SharedJson& parent, _JsonNode* member) const;
-    void release_tree_if_unused();
-    // Adds the entry for `member`, which is not cached yet, with its name summary when known.
-    JsonValue& insert(const SharedJson& parent, _JsonNode* member, const size_t* name) const;
-    void name_slot(unsigned slot, size_t name) const;
-    JsonValue& slot_value(unsigned slot) const;
-
-    JsonType type;
-    // One reference on the parent's tree, held while member entries exist; they borrow it
-    // instead of each taking and dropping their own. Declared first, so it goes last.
-    mutable SharedJson::Owner tree{nullptr, nullptr};
-    mutable unsigned member_count = 0;
-    mutable std::unordered_map<uint32_t, JsonValue> elements;
-    mutable unsigned inline_used = 0;  // slots ever used; a free one below has a null node
-    mutable _JsonNode* inline_nodes[kInlineMembers];
-    mutable size_t inline_names[kInlineMembers];
-    mutable uint32_t named_slots = 0;  // bit i: inline_names[i] holds slot i's name summary
-    mutable unsigned named_count = 0;
-    // Storage for the first entries, built in place when used (slot i is live while
-    // inline_nodes[i] is set), so that a new cache initialises nothing it does not use.
-    alignas(JsonValue) mutable unsigned char inline_members[kInlineMembers][sizeof(JsonValue)];
-    mutable std::unordered_map<_JsonNode*, JsonValue> members;
 };
 
 }  // namespace json

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <json-glib/json-glib.h>
 
-#include "SharedJson.h"
+#include "JsonNodeLayout.h"
 
 namespace {
 
