@@ -75,7 +75,7 @@ std::string SignalName(int sig) {
 
 // One run: set up the world, load the plug-in, run the timeline, tear down, report. The
 // destructor stops and unloads the plug-in on an error path.
-class Session {
+class Session : public Stage {
   public:
     Session(const RunOptions& o, std::ostream& out, std::ostream& err)
         : o_(o),
@@ -85,7 +85,7 @@ class Session {
           recorder_([this] { return static_cast<uint64_t>(vclock::NowSeconds() - wall_shift_); },
                     [this](const Turn& t) { series_.AddTurn(t.time, t.watts, t.wh); },
                     [this](uint64_t time, bool sent) { series_.AddReport(time, sent); }),
-          world_(o.profile) {
+          picture_(o.profile.picture) {
         if (o.scenario) {
             entries_ = &o.scenario->entries;
         }
@@ -112,6 +112,11 @@ class Session {
         return report();
     }
 
+    std::map<std::string, std::string>& Picture() override { return picture_; }
+    void ReportProtocol(const std::string& name, wexf_protocol_status_e status) override;
+    void RestartPlugin() override;
+    void JumpWallClock(int64_t seconds) override;
+
   private:
     void set_up_world();
     void load_plugin();
@@ -120,10 +125,7 @@ class Session {
     int report();
 
     void apply_entries_at(uint64_t offset, bool protocol);
-    void apply(const ScenarioEntry& entry);
     void create_plugin();
-    void restart_plugin(uint64_t offset);
-    void jump_wall_clock(int64_t seconds);
     int64_t wall_at(uint64_t offset) const;
     void advance_clock_to(uint64_t offset);
     void step_to(uint64_t offset);
@@ -148,9 +150,10 @@ class Session {
     bool plot_is_file_ = false;  // a regular file, which an error path removes
     PlotSeries series_;
     Recorder recorder_;
-    World world_;
+    std::map<std::string, std::string> picture_;  // register name -> published text
     std::unique_ptr<wexfhost::Plugin> plugin_;
     std::atomic<bool> meter_started_{false};
+    bool created_ = false;  // CreatePlugin ran
     // The last status of each protocol, reported again to a re-created service.
     std::map<std::string, wexf_protocol_status_e> protocols_;
     bool observing_ = false;
@@ -259,9 +262,8 @@ void Session::apply_entries_at(uint64_t offset, bool protocol) {
         return;
     }
     for (const ScenarioEntry& e : *entries_) {
-        const bool is_protocol = std::holds_alternative<command::Protocol>(e.command);
-        if (e.offset == offset && is_protocol == protocol) {
-            apply(e);
+        if (e.offset == offset && e.command.kind->needs_service == protocol) {
+            Apply(e.command, *this);
         }
     }
 }
@@ -320,51 +322,44 @@ void Session::run_timeline() {
         }
         for (; entries_ != nullptr && next_ < entries_->size() && (*entries_)[next_].offset == at;
              ++next_) {
-            apply((*entries_)[next_]);
+            Apply((*entries_)[next_].command, *this);
         }
     }
     real_end_ = RealNanos();
 }
 
-void Session::apply(const ScenarioEntry& e) {
-    if (std::holds_alternative<command::Restart>(e.command)) {
-        if (e.offset > 0) {  // at 0 the plug-in is only about to be created
-            restart_plugin(e.offset);
-        }
-        return;
-    }
-    if (const auto* c = std::get_if<command::Clock>(&e.command)) {
-        jump_wall_clock(c->seconds);
-        return;
-    }
-    if (const auto* p = std::get_if<command::Protocol>(&e.command)) {
-        protocols_[p->name] = p->status;
-    }
-    world_.Apply(e.command);
+void Session::ReportProtocol(const std::string& name, wexf_protocol_status_e status) {
+    protocols_[name] = status;
+    wexfhost::FireProtocolStatus(kService, name, status);
 }
 
 // CreatePlugin, then the protocols' last statuses, as a framework reports them to a new service.
 void Session::create_plugin() {
     meter_started_ = false;
+    created_ = true;
     plugin_->Create();  // returns 1 whatever happened; its log says the rest
     for (const auto& [name, status] : protocols_) {
         wexfhost::FireProtocolStatus(kService, name, status);
     }
 }
 
-// The worker is parked just before `offset`: DestroyPlugin, then CreatePlugin at `offset` (the
-// new worker's first turn), with the data directory as it is.
-void Session::restart_plugin(uint64_t offset) {
+// The worker is parked just before the time reached: DestroyPlugin, then CreatePlugin at that
+// time (the new worker's first turn), with the data directory as it is. Before the first
+// CreatePlugin there is nothing to restart.
+void Session::RestartPlugin() {
+    if (!created_) {
+        return;
+    }
     plugin_->Destroy();
     recorder_.OnRestart();
-    advance_clock_to(offset);
+    advance_clock_to(reached_);
     create_plugin();
     wait_parked();
 }
 
 // The worker is parked (or not yet created): the wall clock jumps, the monotonic clock and the
 // limit (kept as elapsed time) do not, so the next turn still comes 10 s after the last one.
-void Session::jump_wall_clock(int64_t seconds) {
+void Session::JumpWallClock(int64_t seconds) {
     if (!vclock::JumpWallClockSeconds(seconds)) {
         throw SimError(fmt::format("clock {:+d} s would move the wall clock before 1970", seconds));
     }
