@@ -233,8 +233,6 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         "supported");
     check->allow_extras();
     check->add_option("--profile", check_profile, "device profile (JSON)")->type_name("FILE");
-    check->add_option("--plugin", o.plugin_path, "ignored (accepted as for run)")
-        ->type_name("FILE");
     app.require_subcommand(0, 1);
 
     try {

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Duration.h"
 #include "LogTexts.h"
 #include "SharedJson.h"
 
@@ -44,7 +45,7 @@ double ReportedWh(const std::string& json) {
 }
 
 std::string FormatDuration(uint64_t s) {
-    return fmt::format("{}d {:02}:{:02}:{:02}", s / 86400, s % 86400 / 3600, s % 3600 / 60, s % 60);
+    return hostkit::FormatDuration(s, hostkit::DurationStyle::kClock);
 }
 
 }  // namespace

@@ -248,6 +248,7 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
         {{"--plot", none}, "cannot write plot " + none + ": No such file or directory"},
         {{"--log", none}, "cannot write log file " + none + ": No such file or directory"},
         {{"--queue", "daily"}, "bad --queue 'daily' (total or blocks)"},
+        {{"check", "--plugin", "/x.so"}, "unknown option '--plugin' for check (see --help)"},
         {{"--plugin", "/x.so"},
          "cannot load plug-in '/x.so': /x.so: cannot open shared object file: No such file or "
          "directory"},
