@@ -11,14 +11,18 @@
 
 #include "Calculator.h"
 #include "PowerFactorLoader.h"
+#include "Registers.h"
+#include "SharedJson.h"
 
 namespace energyfactors {
 
 namespace {
 
 constexpr char kDataFile[] = "energy_factors.dat";
-constexpr char kPictureKey[] = "memory/ave/powerconsumption";
 constexpr size_t kDefaultRetention = 200000;  // the simulator's own default
+
+using powermeter::PowerStatus;
+using powermeter::Registers;
 
 // Platform power state and ambient mode that the plug-in maps onto each power state.
 struct PlatformState {
@@ -26,13 +30,22 @@ struct PlatformState {
     int ambient;
 };
 constexpr PlatformState kPlatformStates[kStateCount] = {
-    {0, 0},  // NORMAL
-    {4, 2},  // LPM
-    {2, 0},  // BACKGROUND_STANDBY
-    {2, 1},  // ALWAYS_ON_SCREEN
-    {1, 0},  // PICTURE_OFF
-    {3, 0},  // SUSPEND
+    {PowerStatus::kStateOn, PowerStatus::kAmbientOff},                  // NORMAL
+    {PowerStatus::kStateLowPower, PowerStatus::kAmbientLowPower},       // LPM
+    {PowerStatus::kStateStandby, PowerStatus::kAmbientOff},             // BACKGROUND_STANDBY
+    {PowerStatus::kStateStandby, PowerStatus::kAmbientAlwaysOnScreen},  // ALWAYS_ON_SCREEN
+    {PowerStatus::kStatePictureOff, PowerStatus::kAmbientOff},          // PICTURE_OFF
+    {PowerStatus::kStateSuspend, PowerStatus::kAmbientOff},             // SUSPEND
 };
+
+// The configuration key's text for the registers the calculator reads.
+std::string PictureJson(const Inputs& in) {
+    common::json::JsonValue doc(common::json::JsonType::Object);
+    doc[Registers::kNames[powermeter::ANA]] = std::to_string(in.ana);
+    doc[Registers::kNames[powermeter::DutySum]] = std::to_string(in.dutysum);
+    doc[Registers::kNames[powermeter::RESOLUTION]] = std::to_string(in.resolution);
+    return doc.toString(false);
+}
 
 std::vector<std::string> MessagesSince(uint64_t mark) {
     std::vector<std::string> out;
@@ -132,10 +145,9 @@ RowModel::RowModel(PluginSandbox& sandbox, const std::string& row_text) : impl_(
 RowModel::~RowModel() = default;
 
 double RowModel::Watts(const Inputs& in) {
-    std::string picture = fmt::format(R"({{"ANA":"{}","DutySum":"{}","RESOLUTION":"{}"}})", in.ana,
-                                      in.dutysum, in.resolution);
+    std::string picture = PictureJson(in);
     if (picture != impl_->picture) {
-        tvsim::SetVconf(kPictureKey, picture);
+        tvsim::SetVconf(Registers::kVconfKey, picture);
         impl_->picture = std::move(picture);
     }
     if (in.volume != impl_->volume) {
