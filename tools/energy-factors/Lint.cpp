@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "Calculator.h"
-#include "Json.h"
 #include "PowerMeter.h"
+#include "SharedJson.h"
 
 namespace energyfactors {
 
@@ -205,18 +205,24 @@ std::string FormatDefectsText(const std::string& path, const std::vector<Defect>
 }
 
 std::string FormatDefectsJson(const std::string& path, const std::vector<Defect>& defects) {
+    using common::json::JsonType;
+    using common::json::JsonValue;
     int errors = 0;
-    std::vector<std::string> items;
+    JsonValue items(JsonType::Array);
     for (const Defect& d : defects) {
         errors += d.severity == Severity::kError;
-        items.push_back(fmt::format(R"({{"line":{},"severity":"{}","reason":{}}})", d.line,
-                                    d.severity == Severity::kError ? "error" : "warning",
-                                    JsonString(d.reason)));
+        JsonValue item(JsonType::Object);
+        item["line"] = d.line;
+        item["severity"] = d.severity == Severity::kError ? "error" : "warning";
+        item["reason"] = d.reason;
+        items.append(std::move(item));
     }
-    return fmt::format(R"({{"file":{},"errors":{},"warnings":{},"defects":[{}]}})",
-                       JsonString(path), errors, static_cast<int>(defects.size()) - errors,
-                       fmt::join(items, ",")) +
-           "\n";
+    JsonValue doc(JsonType::Object);
+    doc["file"] = path;
+    doc["errors"] = errors;
+    doc["warnings"] = static_cast<int>(defects.size()) - errors;
+    doc["defects"] = std::move(items);
+    return doc.toString(false) + "\n";
 }
 
 }  // namespace energyfactors

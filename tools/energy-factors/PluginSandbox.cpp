@@ -1,11 +1,7 @@
 #include "PluginSandbox.h"
 
 #include <fmt/format.h>
-#include <stdlib.h>
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -57,16 +53,10 @@ std::vector<std::string> MessagesSince(uint64_t mark) {
 
 }  // namespace
 
-PluginSandbox::PluginSandbox() {
-    char tmpl[] = "/tmp/energy-factors-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) {
-        throw std::runtime_error(
-            fmt::format("cannot make a temporary directory: {}", std::strerror(errno)));
-    }
-    dir_ = std::string(tmpl) + "/";
+PluginSandbox::PluginSandbox() : dir_("energy-factors") {
     tvsim::Reset();
     tvsim::SetLogRetention(kDefaultRetention);
-    tvsim::SetAppPath(tvsim::AppPath::kSharedResource, dir_);
+    tvsim::SetAppPath(tvsim::AppPath::kSharedResource, dir_.path());
     tvsim::SetSpeakerSelection(0);
 }
 
@@ -74,15 +64,13 @@ PluginSandbox::~PluginSandbox() {
     tvsim::Reset();
     tvsim::ClearLog();
     tvsim::SetLogRetention(kDefaultRetention);
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
 }
 
 void PluginSandbox::WriteDataSet(const std::string& text) {
-    std::ofstream out(dir_ + kDataFile, std::ios::binary | std::ios::trunc);
+    std::ofstream out(dir_.File(kDataFile), std::ios::binary | std::ios::trunc);
     out << text;
     if (!out.flush()) {
-        throw std::runtime_error(fmt::format("cannot write {}{}", dir_, kDataFile));
+        throw std::runtime_error(fmt::format("cannot write {}", dir_.File(kDataFile)));
     }
 }
 
