@@ -83,20 +83,6 @@ bool ParseDuration(const std::string& text, uint64_t* seconds) {
     return any;
 }
 
-std::string Quote(const std::string& text) {
-    constexpr size_t kShown = 40;
-    std::string out = "'";
-    for (size_t i = 0; i < text.size() && i < kShown; ++i) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
-        if (c >= 0x20 && c < 0x7f) {
-            out += static_cast<char>(c);
-        } else {
-            out += fmt::format("\\x{:02x}", c);
-        }
-    }
-    return out + (text.size() > kShown ? "...'" : "'");
-}
-
 bool Scenario::SetsCorvaneAtStart() const {
     for (const ScenarioEntry& e : entries) {
         if (e.offset == 0 && e.command.Is("protocol") && e.command.text == "corvane") {

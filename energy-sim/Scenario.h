@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Text.h"
 
 namespace energysim {
 
@@ -44,9 +45,7 @@ constexpr uint64_t kMaxDurationSeconds = 1000000000000ull;
 // or longer than kMaxDurationSeconds.
 bool ParseDuration(const std::string& text, uint64_t* seconds);
 
-// `text` quoted for a one-line message: 'text', with bytes that are not printable ASCII
-// written as \xNN and anything past 40 bytes cut to "...".
-std::string Quote(const std::string& text);
+using hostkit::Quote;
 
 // The last wall-clock second a run may reach: time stamps are unsigned 32-bit seconds
 // (2106-02-07T06:28:15Z).
