@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "Duration.h"
+#include "Log.h"
 #include "PluginLog.h"
 #include "SharedJson.h"
 
@@ -39,7 +40,7 @@ Recorder::Recorder(std::function<uint64_t()> now, TurnSink on_turn, ReportSink o
     : now_(std::move(now)), on_turn_(std::move(on_turn)), on_report_(std::move(on_report)) {}
 
 void Recorder::OnLog(const std::string& tag, const std::string& m) {
-    if (tag != "ENERGY_SERVICE") {
+    if (tag != common::log::kEnergyTag) {
         return;
     }
     using Kind = hostkit::PluginLogLine::Kind;
