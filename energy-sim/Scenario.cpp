@@ -1,12 +1,9 @@
 #include "Scenario.h"
 
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <sstream>
 
