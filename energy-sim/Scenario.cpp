@@ -1,6 +1,5 @@
 #include "Scenario.h"
 
-
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
