@@ -17,7 +17,7 @@ namespace energysim {
 
 class Outputs {
   public:
-    // `plot_file` and `log_file` may be empty (no plot; the log on stderr).
+    // The reports go to `out`; an empty `plot_file` means no plot.
     Outputs(std::ostream& out, std::string plot_file);
     // On an error path the plot is not written: a plot file this run truncated is removed, so
     // a plot is either complete or absent.
@@ -25,7 +25,8 @@ class Outputs {
     Outputs(const Outputs&) = delete;
     Outputs& operator=(const Outputs&) = delete;
 
-    // Opens the plot file, then the log. Throws SimError when one cannot be written.
+    // Opens the plot file, then the log (`log_file`, or stderr when it is empty). Throws
+    // SimError when one cannot be written.
     void Open(const std::string& log_file, int log_level);
 
     // One notification as a JSON line on stdout, stamped with the simulated time. Any thread.
