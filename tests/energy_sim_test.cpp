@@ -35,7 +35,7 @@ Result RunScenario(const TempDir& dir, const std::string& scenario, std::vector<
     return RunSim(args);
 }
 
-TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
+TEST(EnergySimParseTest, StartTimesAreRealDatesAndCommandsReadAsWritten) {
     int64_t epoch = 0;
     EXPECT_TRUE(energysim::ParseStart("2024-02-29T23:59:59Z", &epoch));
     EXPECT_EQ(epoch, 1709251199);
