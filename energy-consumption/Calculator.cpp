@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "Log.h"
+#include "LogTexts.h"
 #include "PowerFactorLoader.h"
 #include "Sound.h"
 #include "TimeUtil.h"
@@ -83,11 +84,11 @@ void Calculator::adjust_main_power_constant() {
 
 void Calculator::print_factors() {
     TimeUtil::PrintTime(time_, nullptr);
-    ELOGI("[Energy Factors] enum: %d, blu_type: %d", factors_.SequenceNumber(), blu_type());
+    ELOGI("%s%d, blu_type: %d", logtext::kSnapshotRow, factors_.SequenceNumber(), blu_type());
     const int ana = registers_.Value(ANA);
     const int duty_sum = registers_.Value(DutySum);
     const int resolution = registers_.Value(RESOLUTION);
-    ELOGI("[Energy Factors] ana:%d, dutysum:%d, resolution: %d, volume: %d", ana, duty_sum,
+    ELOGI("%s%d, dutysum:%d, resolution: %d, volume: %d", logtext::kSnapshotInputs, ana, duty_sum,
           resolution, volume_);
     PowerStatus::Print(power_status_);
 }
@@ -118,7 +119,7 @@ double Calculator::calculate_power_consumption() {
         case PICTURE_OFF:
             power = calculate_main();
             power += calculate_speaker();
-            power += type == 4 ? kPictureOffType4Watts : 0.0;
+            power += type == kBluTypeCompensated ? kPictureOffType4Watts : 0.0;
             break;
         case SUSPEND:
             power = 0.0;
@@ -133,9 +134,9 @@ double Calculator::calculate_power_consumption() {
 
 double Calculator::calculate_blu(int type) {
     double term = 0.0;
-    if (type == 5) {
+    if (type == kBluTypeUndefined) {
         ELOGE("[Energy] BLU Type 5 is undefined");
-    } else if (type == 4) {
+    } else if (type == kBluTypeCompensated) {
         term = reg(ANA) * factor(COMPENSATE_CONSTANT);
     } else {
         term = calculate_blu_under_type4(type);
@@ -197,9 +198,12 @@ double Calculator::calculate_speaker() {
 }
 
 int Calculator::blu_type() const {
+    return BluType(factor(TYPE));
+}
+
+int Calculator::BluType(double t) {
     // Truncation toward zero. A value no int can hold (or NaN) is not a type at all; -1 sends
     // it down the undefined-type path instead of into an undefined conversion.
-    const double t = factor(TYPE);
     if (!(t > -2147483649.0 && t < 2147483648.0)) {
         return -1;
     }

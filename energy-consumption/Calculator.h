@@ -23,6 +23,15 @@ class Calculator {
     // Time of the last snapshot, in seconds since the epoch.
     unsigned long Time();
 
+    // Backlight types: 0-3 have a formula, kBluTypeCompensated is ANA times the compensate
+    // constant, kBluTypeUndefined is named but has no formula; it and any other type meter 0 W
+    // for the backlight.
+    static constexpr int kBluTypeCompensated = 4;
+    static constexpr int kBluTypeUndefined = 5;
+    // The type a row's TYPE factor selects: truncated toward zero; -1 for a value no int can
+    // hold (or NaN).
+    static int BluType(double type_factor);
+
   private:
     bool is_initialized();
     void prepare();

@@ -1,5 +1,6 @@
 // Log texts that programs outside the plug-in follow (energy-sim finds the meter's start, each
-// turn's energy and each upload by them; tests look for them too). Each is the text's fixed
+// turn's energy and each upload by them; energy-factors reads each turn's inputs and the set's
+// names; tests look for them too). Each is the text's fixed
 // start; what follows it is noted beside it.
 #pragma once
 
@@ -24,5 +25,15 @@ inline constexpr char kUploadNow[] = "[Energy] !!! UPLOAD NOW";
 inline constexpr char kProtocolNotReady[] = "Protocol is not READY yet!!";
 // Followed by the exception's text.
 inline constexpr char kNotifyFailed[] = "exception caught = ";
+// The calculator's snapshot of a turn: its time, followed by "Y-M-D h:m:s" (UTC)...
+inline constexpr char kSnapshotTime[] = "[Energy] UTC: ";
+// ...the row's ID, followed by "%d, blu_type: %d"...
+inline constexpr char kSnapshotRow[] = "[Energy Factors] enum: ";
+// ...and the inputs, followed by "%d, dutysum:%d, resolution: %d, volume: %d"; then the power
+// status (kPowerStatus).
+inline constexpr char kSnapshotInputs[] = "[Energy Factors] ana:";
+// The loader's names of the set, each followed by the name.
+inline constexpr char kSwModel[] = "[Energy] SW Model: ";
+inline constexpr char kPanelType[] = "[Energy] Panel Type: ";
 
 }  // namespace powermeter::logtext

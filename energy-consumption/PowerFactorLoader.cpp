@@ -15,6 +15,7 @@
 #include "AppInfoUtil.h"
 #include "CString.h"
 #include "Log.h"
+#include "LogTexts.h"
 #include "ReadableFile.h"
 
 namespace powermeter {
@@ -226,7 +227,7 @@ bool PowerFactorLoader::get_sw_model(std::string& sw) {
         ELOGE("[Energy] %s", e.what());
         return false;
     }
-    ELOGI("[Energy] SW Model: %s", sw.c_str());
+    ELOGI("%s%s", logtext::kSwModel, sw.c_str());
     return true;
 }
 
@@ -237,7 +238,7 @@ bool PowerFactorLoader::get_panel_type(std::string& panel) {
         ELOGE("[Energy] %s", e.what());
         return false;
     }
-    ELOGI("[Energy] Panel Type: %s", panel.c_str());
+    ELOGI("%s%s", logtext::kPanelType, panel.c_str());
     return true;
 }
 

@@ -10,17 +10,6 @@ namespace powermeter {
 
 namespace {
 
-const char* const kBluNames[PowerFactors::kBluCount] = {
-    "OD_MIN", "OD_MAX", "VF_MIN", "VF_MAX", "ALPHA", "BLOCK", "TYPE", "COMPENSATE_CONSTANT",
-};
-
-const char* const kComponentNames[PowerFactors::kComponentCount] = {
-    "CELL",
-    "MAIN",
-    "MAIN_LPM",
-    "SPEAKER",
-};
-
 void print_factor(const char* label, double value) {
     if (value == PowerFactors::kMissing) {
         ELOGI("[Energy] %s: N/A", label);

@@ -36,6 +36,11 @@ class PowerFactors {
     static constexpr int kTokenCount = 19;
     // A missing factor: finite and in-band, so it enters the arithmetic unnoticed.
     static constexpr double kMissing = -12345678.0;
+    // The factors' column names, as the data set's documentation and the log name them.
+    static constexpr const char* kBluNames[kBluCount] = {
+        "OD_MIN", "OD_MAX", "VF_MIN", "VF_MAX", "ALPHA", "BLOCK", "TYPE", "COMPENSATE_CONSTANT"};
+    static constexpr const char* kComponentNames[kComponentCount] = {"CELL", "MAIN", "MAIN_LPM",
+                                                                     "SPEAKER"};
 
     PowerFactors();
 

@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "Log.h"
+#include "LogTexts.h"
 
 namespace powermeter {
 
@@ -34,8 +35,8 @@ void TimeUtil::PrintTime(unsigned long time, const char* label) {
         ELOGI("[Energy] %s UTC: %d-%d-%d %d:%d:%d", label, record.year, record.month, record.day,
               record.hour, record.minute, record.second);
     } else {
-        ELOGI("[Energy] UTC: %d-%d-%d %d:%d:%d", record.year, record.month, record.day, record.hour,
-              record.minute, record.second);
+        ELOGI("%s%d-%d-%d %d:%d:%d", logtext::kSnapshotTime, record.year, record.month, record.day,
+              record.hour, record.minute, record.second);
     }
 }
 

@@ -10,15 +10,6 @@
 
 namespace energysim {
 
-std::string Iso(int64_t epoch) {
-    std::time_t t = static_cast<std::time_t>(epoch);
-    std::tm tm{};
-    gmtime_r(&t, &tm);
-    char buf[32];
-    std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%SZ", &tm);
-    return buf;
-}
-
 LogOutput::LogOutput(const std::string& file, int min_priority)
     : min_priority_(min_priority), path_(file) {
     if (!file.empty()) {

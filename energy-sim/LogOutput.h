@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "Text.h"
 #include "tvsim/Simulator.h"
 
 namespace energysim {
@@ -33,7 +34,6 @@ class LogOutput {
     std::string error_;
 };
 
-// "YYYY-MM-DDTHH:MM:SSZ" for simulated epoch seconds.
-std::string Iso(int64_t epoch);
+using hostkit::Iso;
 
 }  // namespace energysim

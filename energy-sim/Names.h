@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "PowerStatus.h"
+
 namespace energysim {
 
 // A platform (power state, ambient mode) pair.
@@ -26,9 +28,14 @@ struct Named {
     T value;
 };
 
-inline constexpr Named<PowerSetting> kPowerNames[] = {{"on", {0, 0}},      {"picture-off", {1, 0}},
-                                                      {"standby", {2, 0}}, {"ambient", {2, 1}},
-                                                      {"suspend", {3, 0}}, {"lpm", {4, 2}}};
+using powermeter::PowerStatus;
+inline constexpr Named<PowerSetting> kPowerNames[] = {
+    {"on", {PowerStatus::kStateOn, PowerStatus::kAmbientOff}},
+    {"picture-off", {PowerStatus::kStatePictureOff, PowerStatus::kAmbientOff}},
+    {"standby", {PowerStatus::kStateStandby, PowerStatus::kAmbientOff}},
+    {"ambient", {PowerStatus::kStateStandby, PowerStatus::kAmbientAlwaysOnScreen}},
+    {"suspend", {PowerStatus::kStateSuspend, PowerStatus::kAmbientOff}},
+    {"lpm", {PowerStatus::kStateLowPower, PowerStatus::kAmbientLowPower}}};
 
 inline constexpr Named<int> kSpeakerNames[] = {{"tv", 0}, {"external", 1}};
 

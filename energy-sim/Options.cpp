@@ -168,6 +168,59 @@ bool ParseStart(const std::string& text, int64_t* epoch) {
     return true;
 }
 
+// What the run's options leave for ParseCommandLine to settle after parsing.
+struct RunFlags {
+    CLI::Option* plugin = nullptr;
+    std::string queue = "total";
+    bool no_progress = false;
+};
+
+// The options of a run (the top level's, which "run" falls through to).
+// `flags` must outlive the parse: the options write into it.
+void AddRunOptions(CLI::App& app, CommandLine& cl, RunFlags& flags) {
+    app.add_option("--profile", cl.profile_path,
+                   "device profile (JSON); default: the built-in profile (VX55Q7000, 55-inch "
+                   "QLED, 2024, watching at ANA 700 / DutySum 800 / 2160 lines, volume 20)")
+        ->type_name("FILE");
+    app.add_option("--scenario", cl.scenario_path,
+                   "timeline of changes at simulated times (see data/scenarios/README.md)")
+        ->type_name("FILE");
+    app.add_option("--duration", cl.run.duration,
+                   "simulated time to run: 90s, 15m, 3h, 1h30m, 7d, HH:MM[:SS] (default 24h, at "
+                   "most 366d)")
+        ->transform(DurationValidator())
+        ->type_name("TIME");
+    app.add_option("--speed", cl.run.speed,
+                   "simulated seconds per real second, 0.01 to 1e9; 'fast' (default) runs as fast "
+                   "as it goes, 1 is real time")
+        ->transform(SpeedValidator())
+        ->type_name("X");
+    app.add_option("--start", cl.run.start,
+                   "simulated start, YYYY-MM-DDTHH:MM:SSZ (default 2026-01-05T00:00:00Z)")
+        ->transform(StartValidator())
+        ->type_name("TIME");
+    flags.plugin =
+        app.add_option("--plugin", cl.run.plugin_path,
+                       "the plug-in library (default: the plug-in directory beside this program)");
+    flags.plugin->type_name("FILE");
+    app.add_option("--queue", flags.queue,
+                   "the plug-in build to load when --plugin is not given: 'total' (default) "
+                   "reports the running total, 'blocks' the daily block report")
+        ->check(QueueValidator())
+        ->type_name("Q");
+    app.add_option("--log", cl.run.log_file, "write the plug-in's log to FILE instead of stderr")
+        ->type_name("FILE");
+    app.add_option("--log-level", cl.run.log_level, "debug, info, error (default) or none")
+        ->transform(LogLevelValidator())
+        ->type_name("L");
+    app.add_option("--plot", cl.run.plot_file,
+                   "chart of power per turn and cumulative energy, with the scenario's changes "
+                   "and the reports marked")
+        ->type_name("FILE.svg");
+    app.add_flag("--no-progress", flags.no_progress,
+                 "no progress line (it is shown only when stderr is a terminal)");
+}
+
 CommandLine ParseCommandLine(int argc, char** argv) {
     CommandLine cl;
     RunOptions& o = cl.run;
@@ -178,50 +231,8 @@ CommandLine ParseCommandLine(int argc, char** argv) {
     app.footer(kFooter);
     app.allow_extras();
     app.set_help_flag("-h,--help", "this help");
-    app.add_option("--profile", cl.profile_path,
-                   "device profile (JSON); default: the built-in profile (VX55Q7000, 55-inch "
-                   "QLED, 2024, watching at ANA 700 / DutySum 800 / 2160 lines, volume 20)")
-        ->type_name("FILE");
-    app.add_option("--scenario", cl.scenario_path,
-                   "timeline of changes at simulated times (see data/scenarios/README.md)")
-        ->type_name("FILE");
-    app.add_option("--duration", o.duration,
-                   "simulated time to run: 90s, 15m, 3h, 1h30m, 7d, HH:MM[:SS] (default 24h, at "
-                   "most 366d)")
-        ->transform(DurationValidator())
-        ->type_name("TIME");
-    app.add_option("--speed", o.speed,
-                   "simulated seconds per real second, 0.01 to 1e9; 'fast' (default) runs as fast "
-                   "as it goes, 1 is real time")
-        ->transform(SpeedValidator())
-        ->type_name("X");
-    app.add_option("--start", o.start,
-                   "simulated start, YYYY-MM-DDTHH:MM:SSZ (default 2026-01-05T00:00:00Z)")
-        ->transform(StartValidator())
-        ->type_name("TIME");
-    CLI::Option* plugin =
-        app.add_option("--plugin", o.plugin_path,
-                       "the plug-in library (default: the plug-in directory beside this program)");
-    plugin->type_name("FILE");
-    std::string queue = "total";
-    app.add_option("--queue", queue,
-                   "the plug-in build to load when --plugin is not given: 'total' (default) "
-                   "reports the running total, 'blocks' the daily block report")
-        ->check(QueueValidator())
-        ->type_name("Q");
-    app.add_option("--log", o.log_file, "write the plug-in's log to FILE instead of stderr")
-        ->type_name("FILE");
-    app.add_option("--log-level", o.log_level, "debug, info, error (default) or none")
-        ->transform(LogLevelValidator())
-        ->type_name("L");
-    app.add_option("--plot", o.plot_file,
-                   "chart of power per turn and cumulative energy, with the scenario's changes "
-                   "and the reports marked")
-        ->type_name("FILE.svg");
-    bool no_progress = false;
-    app.add_flag("--no-progress", no_progress,
-                 "no progress line (it is shown only when stderr is a terminal)");
-
+    RunFlags flags;
+    AddRunOptions(app, cl, flags);
     CLI::App* run = app.add_subcommand("run", "run the plug-in (the default; options as above)");
     run->fallthrough();
     run->allow_extras();
@@ -233,8 +244,6 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         "supported");
     check->allow_extras();
     check->add_option("--profile", check_profile, "device profile (JSON)")->type_name("FILE");
-    check->add_option("--plugin", o.plugin_path, "ignored (accepted as for run)")
-        ->type_name("FILE");
     app.require_subcommand(0, 1);
 
     try {
@@ -259,9 +268,9 @@ CommandLine ParseCommandLine(int argc, char** argv) {
         }
         return cl;
     }
-    o.progress = !no_progress;
-    o.queue = queue == "blocks" ? RunOptions::Queue::kBlocks : RunOptions::Queue::kTotal;
-    if (o.queue == RunOptions::Queue::kBlocks && plugin->count() == 0) {
+    o.progress = !flags.no_progress;
+    o.queue = flags.queue == "blocks" ? RunOptions::Queue::kBlocks : RunOptions::Queue::kTotal;
+    if (o.queue == RunOptions::Queue::kBlocks && flags.plugin->count() == 0) {
         o.plugin_path = BlocksPluginPath();
     }
     if (o.duration > kMaxDuration) {

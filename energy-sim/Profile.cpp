@@ -95,9 +95,8 @@ size_t ObjectEnd(const std::string& text) {
     return std::string::npos;
 }
 
-}  // namespace
-
-DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
+// Parses `text` as one JSON object and nothing else.
+JsonValue ParseObject(const std::string& text, const std::string& origin) {
     JsonValue root = JsonValue::Create(text);
     if (root.isNull()) {
         throw SimError(origin + ": not valid JSON");
@@ -117,9 +116,10 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
         throw SimError(origin + ":" + std::to_string(line) + ": text after the JSON object: " +
                        Quote(text.substr(extra, text.find_last_not_of(" \t\r\n") + 1 - extra)));
     }
-    DeviceProfile p;
-    p.name = origin;
-    p.picture.clear();
+    return root;
+}
+
+void CheckFieldsKnown(const JsonValue& root, const std::string& origin) {
     static const char* const kKnown[] = {"name",       "model",       "panelType", "localeSet",
                                          "modelYear",  "picture",     "volume",    "speaker",
                                          "powerState", "ambientMode", "dataDir",   "sharedDir"};
@@ -132,66 +132,85 @@ DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
             Fail(origin, key, "unknown field");
         }
     }
+}
+
+void ReadSpeaker(const JsonValue& s, const std::string& origin, DeviceProfile* p) {
+    auto named = s.isString() ? ValueOf(kSpeakerNames, s.asString()) : std::nullopt;
+    if (named) {
+        p->speaker = *named;
+    } else if (s.type() == JsonType::Int) {
+        p->speaker = AsInt(s, origin, "speaker", 0, 1000);
+    } else {
+        Fail(origin, "speaker", "must be \"tv\", \"external\" or a number");
+    }
+}
+
+void ReadPowerState(const JsonValue& s, const std::string& origin, DeviceProfile* p) {
+    auto setting = s.isString() ? ValueOf(kPowerNames, s.asString()) : std::nullopt;
+    if (setting) {
+        p->power_state = setting->state;
+        p->ambient_mode = setting->ambient;
+    } else if (s.type() == JsonType::Int) {
+        p->power_state = AsInt(s, origin, "powerState", -1000, 1000);
+    } else {
+        Fail(origin, "powerState", "must be one of " + NameList(kPowerNames) + " or a number");
+    }
+}
+
+void ReadPicture(const JsonValue& pic, const std::string& origin, DeviceProfile* p) {
+    if (pic.type() != JsonType::Object) {
+        Fail(origin, "picture", "must be an object of register values");
+    }
+    for (const std::string& key : pic.getMemberNames()) {
+        bool known = false;
+        for (const char* name : powermeter::Registers::kNames) {
+            known = known || key == name;
+        }
+        if (!known) {
+            Fail(origin, "picture." + key, "unknown register");
+        }
+        p->picture[key] = RegisterText(pic[key], origin, "picture." + key);
+    }
+}
+
+// The fields, in this order: the first bad one is reported.
+void ReadFields(const JsonValue& r, const std::string& origin, DeviceProfile* p) {
+    if (r.isMember("name"))
+        p->name = AsText(r["name"], origin, "name");
+    if (r.isMember("model"))
+        p->model = AsText(r["model"], origin, "model");
+    if (r.isMember("panelType"))
+        p->panel_type = AsText(r["panelType"], origin, "panelType");
+    if (r.isMember("localeSet"))
+        p->locale_set = AsText(r["localeSet"], origin, "localeSet");
+    if (r.isMember("modelYear"))
+        p->model_year = AsInt(r["modelYear"], origin, "modelYear", 0, 99);
+    if (r.isMember("volume"))
+        p->volume = AsInt(r["volume"], origin, "volume", 0, 100);
+    if (r.isMember("speaker"))
+        ReadSpeaker(r["speaker"], origin, p);
+    if (r.isMember("powerState"))
+        ReadPowerState(r["powerState"], origin, p);
+    if (r.isMember("ambientMode"))
+        p->ambient_mode = AsInt(r["ambientMode"], origin, "ambientMode", -1000, 1000);
+    if (r.isMember("dataDir"))
+        p->data_dir = AsText(r["dataDir"], origin, "dataDir");
+    if (r.isMember("sharedDir"))
+        p->shared_dir = AsText(r["sharedDir"], origin, "sharedDir");
+    if (r.isMember("picture"))
+        ReadPicture(r["picture"], origin, p);
+}
+
+}  // namespace
+
+DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
+    const JsonValue root = ParseObject(text, origin);
+    DeviceProfile p;
+    p.name = origin;
+    p.picture.clear();
+    CheckFieldsKnown(root, origin);
     try {
-        const JsonValue& r = root;
-        if (r.isMember("name"))
-            p.name = AsText(r["name"], origin, "name");
-        if (r.isMember("model"))
-            p.model = AsText(r["model"], origin, "model");
-        if (r.isMember("panelType"))
-            p.panel_type = AsText(r["panelType"], origin, "panelType");
-        if (r.isMember("localeSet"))
-            p.locale_set = AsText(r["localeSet"], origin, "localeSet");
-        if (r.isMember("modelYear"))
-            p.model_year = AsInt(r["modelYear"], origin, "modelYear", 0, 99);
-        if (r.isMember("volume"))
-            p.volume = AsInt(r["volume"], origin, "volume", 0, 100);
-        if (r.isMember("speaker")) {
-            const JsonValue& s = r["speaker"];
-            auto named = s.isString() ? ValueOf(kSpeakerNames, s.asString()) : std::nullopt;
-            if (named) {
-                p.speaker = *named;
-            } else if (s.type() == JsonType::Int) {
-                p.speaker = AsInt(s, origin, "speaker", 0, 1000);
-            } else {
-                Fail(origin, "speaker", "must be \"tv\", \"external\" or a number");
-            }
-        }
-        if (r.isMember("powerState")) {
-            const JsonValue& s = r["powerState"];
-            auto setting = s.isString() ? ValueOf(kPowerNames, s.asString()) : std::nullopt;
-            if (setting) {
-                p.power_state = setting->state;
-                p.ambient_mode = setting->ambient;
-            } else if (s.type() == JsonType::Int) {
-                p.power_state = AsInt(s, origin, "powerState", -1000, 1000);
-            } else {
-                Fail(origin, "powerState",
-                     "must be one of " + NameList(kPowerNames) + " or a number");
-            }
-        }
-        if (r.isMember("ambientMode"))
-            p.ambient_mode = AsInt(r["ambientMode"], origin, "ambientMode", -1000, 1000);
-        if (r.isMember("dataDir"))
-            p.data_dir = AsText(r["dataDir"], origin, "dataDir");
-        if (r.isMember("sharedDir"))
-            p.shared_dir = AsText(r["sharedDir"], origin, "sharedDir");
-        if (r.isMember("picture")) {
-            const JsonValue& pic = r["picture"];
-            if (pic.type() != JsonType::Object) {
-                Fail(origin, "picture", "must be an object of register values");
-            }
-            for (const std::string& key : pic.getMemberNames()) {
-                bool known = false;
-                for (const char* name : powermeter::Registers::kNames) {
-                    known = known || key == name;
-                }
-                if (!known) {
-                    Fail(origin, "picture." + key, "unknown register");
-                }
-                p.picture[key] = RegisterText(pic[key], origin, "picture." + key);
-            }
-        }
+        ReadFields(root, origin, &p);
     } catch (const JsonException& e) {
         throw SimError(origin + ": " + e.what());
     }

@@ -5,28 +5,15 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "LogTexts.h"
+#include "Duration.h"
+#include "Log.h"
+#include "PluginLog.h"
 #include "SharedJson.h"
 
 namespace energysim {
 namespace {
 
-namespace text = powermeter::logtext;
-
 constexpr char kNoEstimate[] = "no estimate";
-
-bool StartsWith(const std::string& s, const char* prefix) {
-    return s.compare(0, std::strlen(prefix), prefix) == 0;
-}
-
-double NumberAfter(const std::string& s, const char* prefix) {
-    return std::strtod(s.c_str() + std::strlen(prefix), nullptr);
-}
-
-bool IsTurnStart(const std::string& m) {
-    const size_t n = std::strlen(text::kTurnRule);
-    return StartsWith(m, text::kTurnRule) && m.size() > n && m[n] >= '0' && m[n] <= '9';
-}
 
 // The energy a report carried, read from its text as sent: the running total's
 // "cumulativePower", or the sum of the daily block report's "deltaEnergy" values.
@@ -44,7 +31,7 @@ double ReportedWh(const std::string& json) {
 }
 
 std::string FormatDuration(uint64_t s) {
-    return fmt::format("{}d {:02}:{:02}:{:02}", s / 86400, s % 86400 / 3600, s % 3600 / 60, s % 60);
+    return hostkit::FormatDuration(s, hostkit::DurationStyle::kClock);
 }
 
 }  // namespace
@@ -53,41 +40,56 @@ Recorder::Recorder(std::function<uint64_t()> now, TurnSink on_turn, ReportSink o
     : now_(std::move(now)), on_turn_(std::move(on_turn)), on_report_(std::move(on_report)) {}
 
 void Recorder::OnLog(const std::string& tag, const std::string& m) {
-    if (tag != "ENERGY_SERVICE") {
+    if (tag != common::log::kEnergyTag) {
         return;
     }
+    using Kind = hostkit::PluginLogLine::Kind;
+    const hostkit::PluginLogLine line = hostkit::ReadPluginLog(m);
     std::lock_guard<std::mutex> lock(mutex_);
-    if (IsTurnStart(m)) {
+    if (line.kind == Kind::kTurnStart) {
         close_turn();
         turn_ = Turn{};
         turn_.time = now_();
         turn_.state = kNoEstimate;
         turn_open_ = true;
         turn_count_.fetch_add(1, std::memory_order_relaxed);
-    } else if (!turn_open_) {
         return;
-    } else if (StartsWith(m, text::kPowerStatus)) {
-        turn_.state = m.substr(std::strlen(text::kPowerStatus));
-    } else if (StartsWith(m, text::kCalculatedPower)) {
-        turn_.watts = NumberAfter(m, text::kCalculatedPower);
-    } else if (StartsWith(m, text::kInstantaneousPower)) {
-        turn_.wh = NumberAfter(m, text::kInstantaneousPower);
-        turn_.estimated = true;
-        totals_.pending_wh += turn_.wh;
-        metered_wh_.store(metered_wh_.load(std::memory_order_relaxed) + turn_.wh,
-                          std::memory_order_relaxed);
-    } else if (StartsWith(m, text::kTurnFailed)) {
-        if (!turn_.estimated) {
-            turn_.state = kNoEstimate;
-            turn_.watts = 0.0;
-        }
-    } else if (m == text::kUploadNow) {
-        upload_open_ = true;
-        upload_wh_ = totals_.pending_wh;
-        totals_.pending_wh = 0.0;  // the queue is reset after the upload
-    } else if (upload_open_ &&
-               (m == text::kProtocolNotReady || StartsWith(m, text::kNotifyFailed))) {
-        finish_upload(false, 0.0);
+    }
+    if (!turn_open_) {
+        return;
+    }
+    switch (line.kind) {
+        case Kind::kPowerStatus:
+            turn_.state = std::string(line.value);
+            break;
+        case Kind::kCalculatedPower:
+            turn_.watts = line.Number();
+            break;
+        case Kind::kInstantaneousPower:
+            turn_.wh = line.Number();
+            turn_.estimated = true;
+            totals_.pending_wh += turn_.wh;
+            metered_wh_.store(metered_wh_.load(std::memory_order_relaxed) + turn_.wh,
+                              std::memory_order_relaxed);
+            break;
+        case Kind::kTurnFailed:
+            if (!turn_.estimated) {
+                turn_.state = kNoEstimate;
+                turn_.watts = 0.0;
+            }
+            break;
+        case Kind::kUploadNow:
+            upload_open_ = true;
+            upload_wh_ = totals_.pending_wh;
+            totals_.pending_wh = 0.0;  // the queue is reset after the upload
+            break;
+        case Kind::kUploadFailed:
+            if (upload_open_) {
+                finish_upload(false, 0.0);
+            }
+            break;
+        default:
+            break;
     }
 }
 

@@ -36,8 +36,4 @@ struct RunOptions {
 // is destroyed and the temporary data directory removed on every path.
 int Run(const RunOptions& options, std::ostream& out, std::ostream& err);
 
-// Runs the availability pre-check for a profile; prints the decision and its reason.
-// Returns 0 when the service is supported, 1 when not.
-int Check(const DeviceProfile& profile, const std::string& default_shared_dir, std::ostream& out);
-
 }  // namespace energysim

@@ -7,98 +7,19 @@
 //
 // <time> is an offset from the start of the run: a duration such as 0, 90s, 15m, 3h, 1h30m,
 // 2d4h, or a clock offset HH:MM[:SS]; a leading '+' makes it relative to the previous entry.
-// Entries must not go back in time. Commands:
-//
-//     power on|picture-off|standby|ambient|lpm|suspend
-//     power-state N            ambient-mode N          (raw platform values)
-//     volume N                 (0-100)
-//     speaker tv|external|N
-//     picture NAME=VALUE ...   (the plug-in's registers ANA DutySum APL BLOSD RESOLUTION PC HDR
-//                               IDS TEMP; VALUE a whole number, or '-' to stop publishing it)
-//     config missing|restore   (the configuration key disappears / comes back)
-//     config-raw TEXT          (the key holds TEXT verbatim until the next picture/config)
-//     protocol NAME ready|connected|disconnected|error|N   (N from 0 to 3)
-//     fail CALL CODE           (a platform call, e.g. device_power_get_state, fails with CODE)
-//     restore CALL
-//     note TEXT                (a label on the plot)
-//     restart                  (DestroyPlugin, then CreatePlugin at the same simulated time;
-//                               the data directory is kept)
-//     clock +DURATION|-DURATION (the wall clock jumps; the monotonic clock and the 10-second
-//                               cadence go on)
-//
-// Each line is parsed once into a typed Command; the run applies it and the plot labels it from
-// that value.
+// Entries must not go back in time. The commands are the entries of the command table
+// (Commands.cpp); data/scenarios/README.md lists them.
 #pragma once
-
-#include <wexf.h>
 
 #include <cstdint>
 #include <istream>
-#include <optional>
 #include <string>
-#include <utility>
-#include <variant>
 #include <vector>
 
-#include "Names.h"
-#include "tvsim/Simulator.h"
+#include "Commands.h"
+#include "Text.h"
 
 namespace energysim {
-
-namespace command {
-struct Power {
-    PowerSetting setting;
-};
-struct PowerState {
-    int value;
-};
-struct AmbientMode {
-    int value;
-};
-struct Volume {
-    int value;
-};
-struct Speaker {
-    int value;
-};
-// Register index (the plug-in's order) and its new value; no value stops publishing it.
-struct Picture {
-    std::vector<std::pair<int, std::optional<int32_t>>> registers;
-};
-struct Config {
-    bool present;
-};
-struct ConfigRaw {
-    std::string text;
-};
-struct Protocol {
-    std::string name;
-    wexf_protocol_status_e status;
-};
-struct Fail {
-    tvsim::Call call;
-    int code;
-};
-struct Restore {
-    tvsim::Call call;
-};
-struct Note {
-    std::string text;
-};
-struct Restart {};
-// A wall-clock jump, in signed seconds.
-struct Clock {
-    int64_t seconds;
-};
-}  // namespace command
-
-using Command = std::variant<command::Power, command::PowerState, command::AmbientMode,
-                             command::Volume, command::Speaker, command::Picture, command::Config,
-                             command::ConfigRaw, command::Protocol, command::Fail, command::Restore,
-                             command::Note, command::Restart, command::Clock>;
-
-// The command as a scenario line writes it ("power standby", "picture ANA=5 TEMP=-").
-std::string Describe(const Command& command);
 
 struct ScenarioEntry {
     uint64_t offset = 0;  // seconds from the start of the run
@@ -124,9 +45,7 @@ constexpr uint64_t kMaxDurationSeconds = 1000000000000ull;
 // or longer than kMaxDurationSeconds.
 bool ParseDuration(const std::string& text, uint64_t* seconds);
 
-// `text` quoted for a one-line message: 'text', with bytes that are not printable ASCII
-// written as \xNN and anything past 40 bytes cut to "...".
-std::string Quote(const std::string& text);
+using hostkit::Quote;
 
 // The last wall-clock second a run may reach: time stamps are unsigned 32-bit seconds
 // (2106-02-07T06:28:15Z).

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <string>
 
+#include "Check.h"
 #include "Error.h"
 #include "Options.h"
 #include "Paths.h"

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
-#include <variant>
 
 #include "Error.h"
 #include "Options.h"
@@ -36,7 +35,7 @@ Result RunScenario(const TempDir& dir, const std::string& scenario, std::vector<
     return RunSim(args);
 }
 
-TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
+TEST(EnergySimParseTest, StartTimesAreRealDatesAndCommandsReadAsWritten) {
     int64_t epoch = 0;
     EXPECT_TRUE(energysim::ParseStart("2024-02-29T23:59:59Z", &epoch));
     EXPECT_EQ(epoch, 1709251199);
@@ -45,25 +44,24 @@ TEST(EnergySimParseTest, StartTimesAreRealDatesAndClockJumpsSignedDurations) {
                             "2026-01-05T00:00:00Zjunk", "1969-12-31T23:59:59Z"}) {
         EXPECT_FALSE(energysim::ParseStart(bad, &epoch)) << bad;
     }
-    // The clock command takes one signed duration.
-    const auto command = energysim::ParseScenario("0 clock -01:00:01", "s").entries.at(0).command;
-    ASSERT_TRUE(std::holds_alternative<energysim::command::Clock>(command));
-    EXPECT_EQ(std::get<energysim::command::Clock>(command).seconds, -3601);
-    EXPECT_EQ(energysim::Describe(command), "clock -1h1s");
-    // No sign reads like a time, so it is refused.
-    for (const char* bad : {"0 clock 15m", "0 clock", "0 clock +", "0 clock -0", "0 clock +5x",
-                            "0 clock +5m +1m", "0 clock +-5m"}) {
+    // Each command as the plot labels it (a new command adds its row), and refused lines. A
+    // clock jump takes one signed duration: no sign reads like a time. A protocol status is one
+    // of the framework's four values, by name or number.
+    const std::pair<const char*, const char*> described[] = {
+        {"0 clock -01:00:01", "clock -1h1s"},
+        {"0 protocol corvane 3", "protocol corvane error"},
+        {"0 protocol x 0", "protocol x connected"}};
+    for (const auto& [line, text] : described) {
+        EXPECT_EQ(energysim::Describe(energysim::ParseScenario(line, "s").entries.at(0).command),
+                  text);
+    }
+    for (const char* bad :
+         {"0 clock 15m", "0 clock", "0 clock +", "0 clock -0", "0 clock +5x", "0 clock +5m +1m",
+          "0 clock +-5m", "0 protocol corvane 4", "0 protocol corvane -1"}) {
         EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
     }
-    // A protocol status is one of the framework's four values, by name or number.
-    const auto error = energysim::ParseScenario("0 protocol corvane 3", "s").entries.at(0).command;
-    EXPECT_EQ(energysim::Describe(error), "protocol corvane error");
-    EXPECT_EQ(
-        energysim::Describe(energysim::ParseScenario("0 protocol x 0", "s").entries.at(0).command),
-        "protocol x connected");
-    for (const char* bad : {"0 protocol corvane 4", "0 protocol corvane -1"}) {
-        EXPECT_THROW(energysim::ParseScenario(bad, "s.txt"), energysim::SimError) << bad;
-    }
+    const auto jump = energysim::ParseScenario("0 clock -01:00:01", "s").entries.at(0).command;
+    EXPECT_EQ(jump.numbers, std::vector<int64_t>{-3601});
 }
 
 // --speed: from 0.01 (a simulated minute in 100 real minutes) to 1e9, or fast.
@@ -250,6 +248,7 @@ TEST(EnergySimInputTest, EachBadInputIsOneLine) {
         {{"--plot", none}, "cannot write plot " + none + ": No such file or directory"},
         {{"--log", none}, "cannot write log file " + none + ": No such file or directory"},
         {{"--queue", "daily"}, "bad --queue 'daily' (total or blocks)"},
+        {{"check", "--plugin", "/x.so"}, "unknown option '--plugin' for check (see --help)"},
         {{"--plugin", "/x.so"},
          "cannot load plug-in '/x.so': /x.so: cannot open shared object file: No such file or "
          "directory"},

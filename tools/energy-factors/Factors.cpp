@@ -4,15 +4,11 @@
 
 namespace energyfactors {
 
-namespace {
-const char* const kNames[kFactorCount] = {
-    "OD_MIN", "OD_MAX", "VF_MIN",   "VF_MAX",  "ALPHA", "BLOCK", "TYPE", "COMPENSATE_CONSTANT",
-    "CELL",   "MAIN",   "MAIN_LPM", "SPEAKER",
-};
-}  // namespace
+using powermeter::PowerFactors;
 
 const char* FactorName(int i) {
-    return kNames[i];
+    return i < PowerFactors::kBluCount ? PowerFactors::kBluNames[i]
+                                       : PowerFactors::kComponentNames[i - PowerFactors::kBluCount];
 }
 
 Factors FactorsOf(const powermeter::PowerFactors& row) {

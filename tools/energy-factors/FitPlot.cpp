@@ -46,34 +46,10 @@ std::string PathOf(const std::vector<double>& xs, const std::vector<double>& val
     return path;
 }
 
-}  // namespace
+using YOf = std::function<double(double)>;
 
-std::string RenderFitSvg(const FitResult& r, const std::string& title) {
-    const int64_t start = r.times.empty() ? 0 : r.times.front();
-    const double duration = std::max<double>(
-        r.times.empty() ? 10 : static_cast<double>(r.times.back() - start + 10), 10);
-    double top = 0;
-    for (size_t i = 0; i < r.times.size(); ++i) {
-        top = std::max({top, r.measured[i], r.estimated_before[i], r.estimated_after[i]});
-    }
-    double w_max, w_step;
-    NiceAxis(top * 1.05, &w_max, &w_step);
-    std::vector<double> xs;
-    for (int64_t t : r.times) {
-        xs.push_back(kLeft + kPlotW * static_cast<double>(t - start) / duration);
-    }
-    const std::function<double(double)> y_of = [&](double w) {
-        return kTop + kPlotH * (1 - std::clamp(w, 0.0, w_max) / w_max);
-    };
-
-    std::string svg = fmt::format(
-        "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0:.0f}\" height=\"{1:.0f}\" "
-        "viewBox=\"0 0 {0:.0f} {1:.0f}\" font-family=\"sans-serif\" font-size=\"12\">\n",
-        kWidth, kHeight);
-    svg += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-    svg +=
-        fmt::format("<text x=\"{:.0f}\" y=\"28\" font-size=\"16\" font-weight=\"bold\">{}</text>\n",
-                    kLeft, hostkit::SvgEscape(title));
+// The grid, its labels, the frame and the axes' titles.
+void AppendAxes(std::string& svg, double w_max, double w_step, double duration, const YOf& y_of) {
     for (double v = 0; v <= w_max + 1e-9; v += w_step) {
         svg += fmt::format(
             "<line x1=\"{:.1f}\" y1=\"{:.1f}\" x2=\"{:.1f}\" y2=\"{:.1f}\" stroke=\"#e4e4e4\"/>\n"
@@ -102,7 +78,11 @@ std::string RenderFitSvg(const FitResult& r, const std::string& title) {
         "<text x=\"{:.1f}\" y=\"{:.1f}\" text-anchor=\"middle\">time since the "
         "session's first turn</text>\n",
         kLeft + kPlotW / 2, kTop + kPlotH + 36);
+}
 
+// The three power series and their legend; returns the legend's baseline.
+double AppendSeries(std::string& svg, const FitResult& r, const std::vector<double>& xs,
+                    const YOf& y_of) {
     struct Series {
         const std::vector<double>* values;
         const char* colour;
@@ -129,8 +109,11 @@ std::string RenderFitSvg(const FitResult& r, const std::string& title) {
             lx, ly - 4, lx + 24, ly - 4, s.colour, s.width, s.dash, lx + 30, ly, s.label);
         lx += 300;
     }
+    return ly;
+}
 
-    // Energy per state: the error of the estimate before and after.
+// Energy per state: the error of the estimate before and after.
+void AppendErrors(std::string& svg, const FitResult& r, double ly) {
     double ty = ly + 26;
     svg += fmt::format(
         "<text x=\"{:.1f}\" y=\"{:.1f}\" font-weight=\"bold\">energy error per "
@@ -156,6 +139,38 @@ std::string RenderFitSvg(const FitResult& r, const std::string& title) {
         }
     }
     cell("whole session", r.all);
+}
+
+}  // namespace
+
+std::string RenderFitSvg(const FitResult& r, const std::string& title) {
+    const int64_t start = r.times.empty() ? 0 : r.times.front();
+    const double duration = std::max<double>(
+        r.times.empty() ? 10 : static_cast<double>(r.times.back() - start + 10), 10);
+    double top = 0;
+    for (size_t i = 0; i < r.times.size(); ++i) {
+        top = std::max({top, r.measured[i], r.estimated_before[i], r.estimated_after[i]});
+    }
+    double w_max, w_step;
+    NiceAxis(top * 1.05, &w_max, &w_step);
+    std::vector<double> xs;
+    for (int64_t t : r.times) {
+        xs.push_back(kLeft + kPlotW * static_cast<double>(t - start) / duration);
+    }
+    const YOf y_of = [&](double w) {
+        return kTop + kPlotH * (1 - std::clamp(w, 0.0, w_max) / w_max);
+    };
+
+    std::string svg = fmt::format(
+        "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0:.0f}\" height=\"{1:.0f}\" "
+        "viewBox=\"0 0 {0:.0f} {1:.0f}\" font-family=\"sans-serif\" font-size=\"12\">\n",
+        kWidth, kHeight);
+    svg += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+    svg +=
+        fmt::format("<text x=\"{:.0f}\" y=\"28\" font-size=\"16\" font-weight=\"bold\">{}</text>\n",
+                    kLeft, hostkit::SvgEscape(title));
+    AppendAxes(svg, w_max, w_step, duration, y_of);
+    AppendErrors(svg, r, AppendSeries(svg, r, xs, y_of));
     svg += "</svg>\n";
     return svg;
 }

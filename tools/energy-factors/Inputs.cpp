@@ -3,9 +3,7 @@
 namespace energyfactors {
 
 namespace {
-const char* const kStateNames[kStateCount] = {
-    "NORMAL", "LPM", "BACKGROUND_STANDBY", "ALWAYS_ON_SCREEN", "PICTURE_OFF", "SUSPEND",
-};
+const char* const* const kStateNames = powermeter::PowerStatus::kNames;
 }  // namespace
 
 const char* StateName(powermeter::_PowerStatusForEnergy s) {

@@ -8,7 +8,9 @@
 #include <memory>
 #include <utility>
 
-#include "Json.h"
+#include "Calculator.h"
+#include "PowerMeter.h"
+#include "SharedJson.h"
 
 namespace energyfactors {
 
@@ -16,8 +18,13 @@ namespace {
 
 using powermeter::PowerFactors;
 
-// Above this the metering loop replaces a turn's energy by 0 (22 Wh in a 10 s turn).
-constexpr double kLimitWatts = 7920.0;
+using powermeter::Calculator;
+using powermeter::PowerMeter;
+
+// Above this the metering loop replaces a turn's energy by 0 (its plausibility limit in Wh over
+// a nominal turn).
+constexpr double kLimitWatts =
+    PowerMeter::kPlausibilityLimit * 3600.0 / PowerMeter::kNominalInterval;
 constexpr int kLevels[] = {0, 256, 512, 768, 1023};  // ANA and DutySum
 constexpr int kResolutions[] = {1080, 2160};
 constexpr int kVolumes[] = {0, 50, 100};
@@ -54,16 +61,18 @@ std::string ParseReason(const DataRow& row) {
 }
 
 void CheckType(const DataRow& row, std::vector<Defect>* out) {
-    const double type = row.row.BLUFactors(powermeter::TYPE);
-    // The calculator truncates the type toward zero.
-    if (type >= 5.0 && type < 6.0) {
+    const double factor = row.row.BLUFactors(powermeter::TYPE);
+    const int type = Calculator::BluType(factor);
+    if (type == Calculator::kBluTypeUndefined) {
         out->push_back({row.line, Severity::kWarning,
-                        "backlight type 5 is undefined: the plug-in meters 0 W for the backlight"});
-    } else if (!(type > -1.0 && type < 5.0)) {
-        out->push_back({row.line, Severity::kError,
-                        fmt::format("backlight type {} is outside 0-4: the plug-in meters 0 W for "
+                        fmt::format("backlight type {} is undefined: the plug-in meters 0 W for "
                                     "the backlight",
-                                    FactorText(type))});
+                                    type)});
+    } else if (type < 0 || type > Calculator::kBluTypeCompensated) {
+        out->push_back({row.line, Severity::kError,
+                        fmt::format("backlight type {} is outside 0-{}: the plug-in meters 0 W for "
+                                    "the backlight",
+                                    FactorText(factor), Calculator::kBluTypeCompensated)});
     }
 }
 
@@ -153,7 +162,9 @@ void CheckRange(PluginSandbox& sandbox, const DataRow& row, std::vector<Defect>*
             {row.line, Severity::kError, fmt::format("{}: {}", what, fmt::join(parts, "; "))});
     };
     report(low, "negative watts");
-    report(high, "watts above 7920 (22 Wh per turn: the loop meters 0)");
+    const std::string above = fmt::format("watts above {:g} ({:g} Wh per turn: the loop meters 0)",
+                                          kLimitWatts, PowerMeter::kPlausibilityLimit);
+    report(high, above.c_str());
     report(nan, "watts not a number");
 }
 
@@ -194,18 +205,24 @@ std::string FormatDefectsText(const std::string& path, const std::vector<Defect>
 }
 
 std::string FormatDefectsJson(const std::string& path, const std::vector<Defect>& defects) {
+    using common::json::JsonType;
+    using common::json::JsonValue;
     int errors = 0;
-    std::vector<std::string> items;
+    JsonValue items(JsonType::Array);
     for (const Defect& d : defects) {
         errors += d.severity == Severity::kError;
-        items.push_back(fmt::format(R"({{"line":{},"severity":"{}","reason":{}}})", d.line,
-                                    d.severity == Severity::kError ? "error" : "warning",
-                                    JsonString(d.reason)));
+        JsonValue item(JsonType::Object);
+        item["line"] = d.line;
+        item["severity"] = d.severity == Severity::kError ? "error" : "warning";
+        item["reason"] = d.reason;
+        items.append(std::move(item));
     }
-    return fmt::format(R"({{"file":{},"errors":{},"warnings":{},"defects":[{}]}})",
-                       JsonString(path), errors, static_cast<int>(defects.size()) - errors,
-                       fmt::join(items, ",")) +
-           "\n";
+    JsonValue doc(JsonType::Object);
+    doc["file"] = path;
+    doc["errors"] = errors;
+    doc["warnings"] = static_cast<int>(defects.size()) - errors;
+    doc["defects"] = std::move(items);
+    return doc.toString(false) + "\n";
 }
 
 }  // namespace energyfactors

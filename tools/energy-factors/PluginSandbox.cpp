@@ -1,24 +1,24 @@
 #include "PluginSandbox.h"
 
 #include <fmt/format.h>
-#include <stdlib.h>
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
 #include "Calculator.h"
 #include "PowerFactorLoader.h"
+#include "Registers.h"
+#include "SharedJson.h"
 
 namespace energyfactors {
 
 namespace {
 
 constexpr char kDataFile[] = "energy_factors.dat";
-constexpr char kPictureKey[] = "memory/ave/powerconsumption";
 constexpr size_t kDefaultRetention = 200000;  // the simulator's own default
+
+using powermeter::PowerStatus;
+using powermeter::Registers;
 
 // Platform power state and ambient mode that the plug-in maps onto each power state.
 struct PlatformState {
@@ -26,13 +26,22 @@ struct PlatformState {
     int ambient;
 };
 constexpr PlatformState kPlatformStates[kStateCount] = {
-    {0, 0},  // NORMAL
-    {4, 2},  // LPM
-    {2, 0},  // BACKGROUND_STANDBY
-    {2, 1},  // ALWAYS_ON_SCREEN
-    {1, 0},  // PICTURE_OFF
-    {3, 0},  // SUSPEND
+    {PowerStatus::kStateOn, PowerStatus::kAmbientOff},                  // NORMAL
+    {PowerStatus::kStateLowPower, PowerStatus::kAmbientLowPower},       // LPM
+    {PowerStatus::kStateStandby, PowerStatus::kAmbientOff},             // BACKGROUND_STANDBY
+    {PowerStatus::kStateStandby, PowerStatus::kAmbientAlwaysOnScreen},  // ALWAYS_ON_SCREEN
+    {PowerStatus::kStatePictureOff, PowerStatus::kAmbientOff},          // PICTURE_OFF
+    {PowerStatus::kStateSuspend, PowerStatus::kAmbientOff},             // SUSPEND
 };
+
+// The configuration key's text for the registers the calculator reads.
+std::string PictureJson(const Inputs& in) {
+    common::json::JsonValue doc(common::json::JsonType::Object);
+    doc[Registers::kNames[powermeter::ANA]] = std::to_string(in.ana);
+    doc[Registers::kNames[powermeter::DutySum]] = std::to_string(in.dutysum);
+    doc[Registers::kNames[powermeter::RESOLUTION]] = std::to_string(in.resolution);
+    return doc.toString(false);
+}
 
 std::vector<std::string> MessagesSince(uint64_t mark) {
     std::vector<std::string> out;
@@ -44,16 +53,10 @@ std::vector<std::string> MessagesSince(uint64_t mark) {
 
 }  // namespace
 
-PluginSandbox::PluginSandbox() {
-    char tmpl[] = "/tmp/energy-factors-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) {
-        throw std::runtime_error(
-            fmt::format("cannot make a temporary directory: {}", std::strerror(errno)));
-    }
-    dir_ = std::string(tmpl) + "/";
+PluginSandbox::PluginSandbox() : dir_("energy-factors") {
     tvsim::Reset();
     tvsim::SetLogRetention(kDefaultRetention);
-    tvsim::SetAppPath(tvsim::AppPath::kSharedResource, dir_);
+    tvsim::SetAppPath(tvsim::AppPath::kSharedResource, dir_.path());
     tvsim::SetSpeakerSelection(0);
 }
 
@@ -61,15 +64,13 @@ PluginSandbox::~PluginSandbox() {
     tvsim::Reset();
     tvsim::ClearLog();
     tvsim::SetLogRetention(kDefaultRetention);
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
 }
 
 void PluginSandbox::WriteDataSet(const std::string& text) {
-    std::ofstream out(dir_ + kDataFile, std::ios::binary | std::ios::trunc);
+    std::ofstream out(dir_.File(kDataFile), std::ios::binary | std::ios::trunc);
     out << text;
     if (!out.flush()) {
-        throw std::runtime_error(fmt::format("cannot write {}{}", dir_, kDataFile));
+        throw std::runtime_error(fmt::format("cannot write {}", dir_.File(kDataFile)));
     }
 }
 
@@ -132,10 +133,9 @@ RowModel::RowModel(PluginSandbox& sandbox, const std::string& row_text) : impl_(
 RowModel::~RowModel() = default;
 
 double RowModel::Watts(const Inputs& in) {
-    std::string picture = fmt::format(R"({{"ANA":"{}","DutySum":"{}","RESOLUTION":"{}"}})", in.ana,
-                                      in.dutysum, in.resolution);
+    std::string picture = PictureJson(in);
     if (picture != impl_->picture) {
-        tvsim::SetVconf(kPictureKey, picture);
+        tvsim::SetVconf(Registers::kVconfKey, picture);
         impl_->picture = std::move(picture);
     }
     if (in.volume != impl_->volume) {

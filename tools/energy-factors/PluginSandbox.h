@@ -10,6 +10,7 @@
 
 #include "Inputs.h"
 #include "PowerFactors.h"
+#include "TempDir.h"
 #include "tvsim/Simulator.h"
 
 namespace energyfactors {
@@ -39,7 +40,7 @@ class PluginSandbox {
     static std::vector<std::string> TextColumns(const powermeter::PowerFactors& row);
 
   private:
-    std::string dir_;
+    hostkit::TempDir dir_;
 };
 
 // The plug-in's calculator initialised with one row, asked for the watts of given inputs.

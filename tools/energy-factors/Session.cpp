@@ -7,22 +7,16 @@
 #include <stdexcept>
 
 #include "InputFile.h"
+#include "PluginLog.h"
 
 namespace energyfactors {
 
 namespace {
 
-// The text after `key` in `line`, or nullptr.
-const char* After(const std::string& line, const char* key) {
-    const size_t at = line.find(key);
-    return at == std::string::npos ? nullptr
-                                   : line.c_str() + at + std::char_traits<char>::length(key);
-}
-
-bool ParseUtc(const char* text, int64_t* out) {
+bool ParseUtc(std::string_view text, int64_t* out) {
     std::tm tm{};
-    if (std::sscanf(text, "%d-%d-%d %d:%d:%d", &tm.tm_year, &tm.tm_mon, &tm.tm_mday, &tm.tm_hour,
-                    &tm.tm_min, &tm.tm_sec) != 6) {
+    if (std::sscanf(std::string(text).c_str(), "%d-%d-%d %d:%d:%d", &tm.tm_year, &tm.tm_mon,
+                    &tm.tm_mday, &tm.tm_hour, &tm.tm_min, &tm.tm_sec) != 6) {
         return false;
     }
     tm.tm_year -= 1900;
@@ -31,21 +25,9 @@ bool ParseUtc(const char* text, int64_t* out) {
     return true;
 }
 
-std::string Word(const char* text) {
-    std::string w;
-    while (*text != '\0' && *text != ' ' && *text != '\r' && *text != '\n') {
-        w += *text++;
-    }
-    return w;
-}
-
-// The rest of the line, without a carriage return.
-std::string Rest(const char* text) {
-    std::string r = text;
-    while (!r.empty() && (r.back() == '\r' || r.back() == '\n')) {
-        r.pop_back();
-    }
-    return r;
+// The first word of `text`.
+std::string Word(std::string_view text) {
+    return std::string(text.substr(0, text.find(' ')));
 }
 
 }  // namespace
@@ -65,36 +47,52 @@ Session ReadSession(const std::string& path) {
 }
 
 Session ParseSession(std::istream& in) {
+    using Kind = hostkit::PluginLogLine::Kind;
     Session s;
-    std::string line;
-    int64_t utc = -1;      // time of the last "[Energy] UTC:" line
-    bool in_turn = false;  // an "enum" line came after it
+    std::string text;
+    int64_t utc = -1;      // time of the last snapshot time line
+    bool in_turn = false;  // a row line came after it
     bool have_inputs = false;
     Turn turn;
-    while (std::getline(in, line)) {
-        const char* v = nullptr;
-        if ((v = After(line, "[Energy] UTC: ")) != nullptr) {
-            in_turn = have_inputs = false;
-            if (!ParseUtc(v, &utc)) {
-                utc = -1;
-            }
-        } else if ((v = After(line, "[Energy Factors] enum: ")) != nullptr) {
-            in_turn = utc >= 0 && std::sscanf(v, "%d", &s.row_id) == 1;
-            have_inputs = false;
-        } else if (in_turn && (v = After(line, "[Energy Factors] ana:")) != nullptr) {
-            Inputs& i = turn.in;
-            have_inputs = std::sscanf(v, "%d, dutysum:%d, resolution: %d, volume: %d", &i.ana,
-                                      &i.dutysum, &i.resolution, &i.volume) == 4;
-        } else if (have_inputs && (v = After(line, "[Energy Factors] Power Status: ")) != nullptr) {
-            if (StateFromName(Word(v), &turn.in.state)) {
-                turn.time = utc;
-                s.turns.push_back(turn);
-            }
-            in_turn = have_inputs = false;
-        } else if ((v = After(line, "[Energy] SW Model: ")) != nullptr) {
-            s.sw_model = Rest(v);
-        } else if ((v = After(line, "[Energy] Panel Type: ")) != nullptr) {
-            s.panel_type = Rest(v);
+    while (std::getline(in, text)) {
+        const hostkit::PluginLogLine line = hostkit::ReadPluginLog(text);
+        const std::string value(line.value);
+        switch (line.kind) {
+            case Kind::kSnapshotTime:
+                in_turn = have_inputs = false;
+                if (!ParseUtc(value, &utc)) {
+                    utc = -1;
+                }
+                break;
+            case Kind::kSnapshotRow:
+                in_turn = utc >= 0 && std::sscanf(value.c_str(), "%d", &s.row_id) == 1;
+                have_inputs = false;
+                break;
+            case Kind::kSnapshotInputs:
+                if (in_turn) {
+                    Inputs& i = turn.in;
+                    have_inputs =
+                        std::sscanf(value.c_str(), "%d, dutysum:%d, resolution: %d, volume: %d",
+                                    &i.ana, &i.dutysum, &i.resolution, &i.volume) == 4;
+                }
+                break;
+            case Kind::kPowerStatus:
+                if (have_inputs) {
+                    if (StateFromName(Word(value), &turn.in.state)) {
+                        turn.time = utc;
+                        s.turns.push_back(turn);
+                    }
+                    in_turn = have_inputs = false;
+                }
+                break;
+            case Kind::kSwModel:
+                s.sw_model = value;
+                break;
+            case Kind::kPanelType:
+                s.panel_type = value;
+                break;
+            default:
+                break;
         }
     }
     return s;

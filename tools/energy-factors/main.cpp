@@ -131,18 +131,11 @@ int RunTruth(const Options& o) {
     return 0;
 }
 
-}  // namespace
+struct SubCommands {
+    CLI::App *lint, *explain, *table, *fit, *truth;
+};
 
-int main(int argc, char** argv) {
-    CLI::App app{
-        "Tools for the energy data set (energy_factors.dat), built on the plug-in's own row "
-        "parser, loader and calculator on the simulated TV.\nExit status: 0 done (lint: no "
-        "error; explain: a row selected), 1 lint found errors / explain selected no row, 2 bad "
-        "input.",
-        "energy-factors"};
-    app.require_subcommand(1);
-    Options o;
-
+SubCommands AddSubCommands(CLI::App& app, Options& o) {
     CLI::App* lint = app.add_subcommand("lint", "every defect of a data set, as FILE:LINE: reason");
     lint->add_option("FILE", o.file, "the data set")->required();
     lint->add_option("--format", o.format, "text (default) or json")
@@ -192,6 +185,22 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(0.001, 3600.0));
     truth->add_option("--seed", o.seed, "random seed (default 1)");
     truth->add_option("-o,--output", o.output, "write the CSV here (default: stdout)");
+    return {lint, explain, table, fit, truth};
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{
+        "Tools for the energy data set (energy_factors.dat), built on the plug-in's own row "
+        "parser, loader and calculator on the simulated TV.\nExit status: 0 done (lint: no "
+        "error; explain: a row selected), 1 lint found errors / explain selected no row, 2 bad "
+        "input.",
+        "energy-factors"};
+    app.require_subcommand(1);
+    Options o;
+
+    const SubCommands c = AddSubCommands(app, o);
 
     // CLI11 would only say that a sub-command is required.
     if (argc > 1 && argv[1][0] != '-') {
@@ -213,13 +222,13 @@ int main(int argc, char** argv) {
         return kBadInput;
     }
     try {
-        if (lint->parsed()) {
+        if (c.lint->parsed()) {
             return RunLint(o);
-        } else if (explain->parsed()) {
+        } else if (c.explain->parsed()) {
             return RunExplain(o);
-        } else if (table->parsed()) {
+        } else if (c.table->parsed()) {
             return RunTable(o);
-        } else if (fit->parsed()) {
+        } else if (c.fit->parsed()) {
             return RunFit(o);
         }
         return RunTruth(o);
