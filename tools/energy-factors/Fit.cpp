@@ -278,43 +278,8 @@ FitResult Fit(PluginSandbox& sandbox, const DataRow& row, const Session& session
     r.choice = ChooseFactors(sandbox, row, groups.inputs);
     Solve(sandbox, groups, &r);
     Compare(sandbox, session, measures, groups.inputs, &r);
+    r.grid = CompareOnGrid(sandbox, r.after_text, row.text);
     return r;
-}
-
-std::string FormatFitReport(const FitResult& r) {
-    std::vector<std::string> fitted, held;
-    for (int i : r.choice.fitted) {
-        fitted.push_back(FactorName(i));
-    }
-    for (const auto& [i, why] : r.choice.held) {
-        held.push_back(fmt::format("{} ({})", FactorName(i), why));
-    }
-    std::string out;
-    out += fmt::format("row       line {}: {}\n", r.row.line, r.row.text);
-    out += fmt::format("fitted    {}\n",
-                       fitted.empty() ? "none" : fmt::format("{}", fmt::join(fitted, " ")));
-    out += fmt::format("held      {}\n", fmt::join(held, ", "));
-    out += fmt::format("solver    Eigen Levenberg-Marquardt: {}, {} iterations, {} evaluations\n",
-                       r.solver_status, r.iterations, r.evaluations);
-    out += fmt::format("turns     {} with wattmeter samples\n\n", r.turns_measured);
-    out += fmt::format("{:<20} {:>6} {:>11} | {:>11} {:>8} {:>7} | {:>11} {:>8} {:>7}\n", "state",
-                       "turns", "meter Wh", "before Wh", "error", "RMS W", "after Wh", "error",
-                       "RMS W");
-    auto line = [&](const char* name, const StateError& e) {
-        out += fmt::format(
-            "{:<20} {:>6} {:>11.3f} | {:>11.3f} {:>+7.2f}% {:>7.2f} | {:>11.3f} {:>+7.2f}% "
-            "{:>7.2f}\n",
-            name, e.turns, e.measured_wh, e.before_wh, ErrorPercent(e.before_wh, e.measured_wh),
-            e.before_rms, e.after_wh, ErrorPercent(e.after_wh, e.measured_wh), e.after_rms);
-    };
-    for (int s = 0; s < kStateCount; ++s) {
-        if (r.states[s].turns > 0) {
-            line(StateName(static_cast<powermeter::_PowerStatusForEnergy>(s)), r.states[s]);
-        }
-    }
-    line("all", r.all);
-    out += fmt::format("\nfitted row (data-set format):\n{}\n", r.after_text);
-    return out;
 }
 
 }  // namespace energyfactors

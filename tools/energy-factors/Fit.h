@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "DataSet.h"
+#include "Grid.h"
 #include "Meter.h"
 #include "PluginSandbox.h"
 #include "Session.h"
@@ -54,6 +55,7 @@ struct FitResult {
     int turns_measured = 0;
     std::array<StateError, kStateCount> states{};
     StateError all;
+    GridError grid;  // the fitted row against the data set's row
     // Per turn with samples, for the plot.
     std::vector<int64_t> times;
     std::vector<double> measured, estimated_before, estimated_after;
