@@ -143,12 +143,19 @@ TEST(EnergyFactorsFitTest, GroundTruthDayRecoversTheEnergyOfEveryState) {
     const auto samples = ef::TrueSamples(sandbox, true_row, session, ef::TruthOptions());
 
     const ef::FitResult r =
-        ef::Fit(sandbox, row, session, ef::AverageOverTurns(samples, session.turns));
+        ef::Fit(sandbox, row, {{"day", session, ef::AverageOverTurns(samples, session.turns)}});
     std::cout << ef::FormatFitReport(r);
+    const int c = powermeter::PowerFactors::kBluCount;
     const std::vector<int> fitted = {
-        powermeter::OD_MIN, powermeter::OD_MAX,   powermeter::VF_MIN,   powermeter::VF_MAX,
-        powermeter::ALPHA,  8 + powermeter::CELL, 8 + powermeter::MAIN, 8 + powermeter::SPEAKER};
-    EXPECT_EQ(r.choice.fitted, fitted);  // MAIN_LPM: no LPM turn in the day
+        c + powermeter::CELL, c + powermeter::MAIN, c + powermeter::SPEAKER, powermeter::OD_MIN,
+        powermeter::OD_MAX,   powermeter::VF_MAX,   powermeter::VF_MIN,      powermeter::ALPHA};
+    EXPECT_EQ(r.choice.fitted, fitted);
+    // Two picture settings: MAIN and SPEAKER alone, the backlight and CELL in two combinations.
+    EXPECT_EQ(r.choice.rank, 4);
+    EXPECT_EQ(r.choice.alone, (std::vector<int>{c + powermeter::MAIN, c + powermeter::SPEAKER}));
+    ASSERT_EQ(r.choice.unvisited.size(), 1u);  // held for that: MAIN_LPM
+    EXPECT_EQ(r.choice.unvisited[0].first, powermeter::LPM);
+    EXPECT_EQ(r.choice.unvisited[0].second, (std::vector<int>{c + powermeter::MAIN_LPM}));
     EXPECT_EQ(r.solver_status.rfind("converged", 0), 0u) << r.solver_status;
     const ef::Factors was = ef::FactorsOf(row.row);
     const ef::Factors is =
