@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -179,3 +180,45 @@ TEST(EnergyFactorsFitTest, GroundTruthDayRecoversTheEnergyOfEveryState) {
 }
 
 }  // namespace
+
+// The calibration sweep on sets of backlight types 0, 2 and 3, each with a true row that the
+// test draws (every factor off by 5-20%, either way) and a meter at 1 s with 2% noise: the
+// sweep pins all but ALPHA + VF_MIN and the current/voltage scale, and the fitted row's watts
+// over the whole input grid are within 0.5% of the true row's.
+TEST(EnergyFactorsFitTest, GroundTruthSweepPinsTheRowOverTheWholeGrid) {
+    for (const char* set : {"vx43l5000", "vx55q7000", "vx65q8000"}) {
+        SCOPED_TRACE(set);
+        testsupport::TempDir dir;
+        ASSERT_EQ(
+            simtest::RunSim({"--profile", simtest::Data(std::string("devices/") + set + ".json"),
+                             "--scenario", simtest::Data("scenarios/calibration-sweep.txt"),
+                             "--duration", "68m", "--log", dir.File("sweep.log"), "--log-level",
+                             "info", "--no-progress"})
+                .status,
+            0);
+        const ef::Session session = ef::ReadSession(dir.File("sweep.log"));
+        ef::PluginSandbox sandbox;
+        const ef::DataRow row =
+            ef::SessionRow(sandbox, ef::ReadDataSet(simtest::Data("energy_factors.dat")), session);
+        std::mt19937 random(static_cast<uint32_t>(row.line));
+        ef::Factors truth = ef::FactorsOf(row.row);
+        for (int i : {0, 1, 2, 3, 4, 8, 9, 10, 11}) {  // all but BLOCK, TYPE and the "-" one
+            const double off = std::uniform_real_distribution<double>(0.05, 0.2)(random);
+            truth[i] *= random() % 2 != 0 ? 1 + off : 1 - off;
+        }
+        const std::string true_row = ef::FormatRow(row, truth);
+        const auto samples = ef::TrueSamples(sandbox, true_row, session, ef::TruthOptions());
+        const ef::FitResult r = ef::Fit(
+            sandbox, row, {{"sweep", session, ef::AverageOverTurns(samples, session.turns)}});
+        EXPECT_EQ(r.choice.rank, 7);
+        EXPECT_EQ(r.choice.alone.size(), 4u);  // CELL MAIN MAIN_LPM SPEAKER
+        EXPECT_TRUE(r.choice.unvisited.empty());
+        const ef::GridError before = ef::CompareOnGrid(sandbox, row.text, true_row);
+        const ef::GridError after = ef::CompareOnGrid(sandbox, r.after_text, true_row);
+        std::cout << set << ": data set's row " << before.max_percent << "% / p95 "
+                  << before.p95_percent << "%, fitted " << after.max_percent << "% / p95 "
+                  << after.p95_percent << "% (" << ef::DescribeInputs(after.worst) << ")\n";
+        EXPECT_GT(before.max_percent, 5.0);
+        EXPECT_LT(after.max_percent, 0.5);
+    }
+}
