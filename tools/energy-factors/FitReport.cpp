@@ -31,7 +31,8 @@ std::string FormatChoice(const FactorChoice& c) {
             together.push_back(f);
         }
     }
-    out += fmt::format("pinned    {} each on its own", Names(c.alone));
+    out += c.fitted.empty() ? std::string("pinned    none")
+                            : fmt::format("pinned    {} each on its own", Names(c.alone));
     if (!together.empty()) {
         out += fmt::format("; {} only in {} combinations", Names(together),
                            c.rank - static_cast<int>(c.alone.size()));

@@ -197,7 +197,9 @@ FactorChoice ChooseFactors(PluginSandbox& sandbox, const DataRow& row,
     }
     c.rank = static_cast<int>(independent.size());
     FindUnvisited(sandbox, row, inputs, unreached, &c);
-    FindDirections(j, independent, &c);
+    if (!c.fitted.empty()) {
+        FindDirections(j, independent, &c);
+    }
     c.held.emplace_back(powermeter::BLOCK, "structural");
     c.held.emplace_back(powermeter::TYPE, "structural");
     return c;
