@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -143,12 +144,19 @@ TEST(EnergyFactorsFitTest, GroundTruthDayRecoversTheEnergyOfEveryState) {
     const auto samples = ef::TrueSamples(sandbox, true_row, session, ef::TruthOptions());
 
     const ef::FitResult r =
-        ef::Fit(sandbox, row, session, ef::AverageOverTurns(samples, session.turns));
+        ef::Fit(sandbox, row, {{"day", session, ef::AverageOverTurns(samples, session.turns)}});
     std::cout << ef::FormatFitReport(r);
+    const int c = powermeter::PowerFactors::kBluCount;
     const std::vector<int> fitted = {
-        powermeter::OD_MIN, powermeter::OD_MAX,   powermeter::VF_MIN,   powermeter::VF_MAX,
-        powermeter::ALPHA,  8 + powermeter::CELL, 8 + powermeter::MAIN, 8 + powermeter::SPEAKER};
-    EXPECT_EQ(r.choice.fitted, fitted);  // MAIN_LPM: no LPM turn in the day
+        c + powermeter::CELL, c + powermeter::MAIN, c + powermeter::SPEAKER, powermeter::OD_MIN,
+        powermeter::OD_MAX,   powermeter::VF_MAX,   powermeter::VF_MIN,      powermeter::ALPHA};
+    EXPECT_EQ(r.choice.fitted, fitted);
+    // Two picture settings: MAIN and SPEAKER alone, the backlight and CELL in two combinations.
+    EXPECT_EQ(r.choice.rank, 4);
+    EXPECT_EQ(r.choice.alone, (std::vector<int>{c + powermeter::MAIN, c + powermeter::SPEAKER}));
+    ASSERT_EQ(r.choice.unvisited.size(), 1u);  // held for that: MAIN_LPM
+    EXPECT_EQ(r.choice.unvisited[0].first, powermeter::LPM);
+    EXPECT_EQ(r.choice.unvisited[0].second, (std::vector<int>{c + powermeter::MAIN_LPM}));
     EXPECT_EQ(r.solver_status.rfind("converged", 0), 0u) << r.solver_status;
     const ef::Factors was = ef::FactorsOf(row.row);
     const ef::Factors is =
@@ -172,3 +180,45 @@ TEST(EnergyFactorsFitTest, GroundTruthDayRecoversTheEnergyOfEveryState) {
 }
 
 }  // namespace
+
+// The calibration sweep on sets of backlight types 0, 2 and 3, each with a true row that the
+// test draws (every factor off by 5-20%, either way) and a meter at 1 s with 2% noise: the
+// sweep pins all but ALPHA + VF_MIN and the current/voltage scale, and the fitted row's watts
+// over the whole input grid are within 0.5% of the true row's.
+TEST(EnergyFactorsFitTest, GroundTruthSweepPinsTheRowOverTheWholeGrid) {
+    for (const char* set : {"vx43l5000", "vx55q7000", "vx65q8000"}) {
+        SCOPED_TRACE(set);
+        testsupport::TempDir dir;
+        ASSERT_EQ(
+            simtest::RunSim({"--profile", simtest::Data(std::string("devices/") + set + ".json"),
+                             "--scenario", simtest::Data("scenarios/calibration-sweep.txt"),
+                             "--duration", "68m", "--log", dir.File("sweep.log"), "--log-level",
+                             "info", "--no-progress"})
+                .status,
+            0);
+        const ef::Session session = ef::ReadSession(dir.File("sweep.log"));
+        ef::PluginSandbox sandbox;
+        const ef::DataRow row =
+            ef::SessionRow(sandbox, ef::ReadDataSet(simtest::Data("energy_factors.dat")), session);
+        std::mt19937 random(static_cast<uint32_t>(row.line));
+        ef::Factors truth = ef::FactorsOf(row.row);
+        for (int i : {0, 1, 2, 3, 4, 8, 9, 10, 11}) {  // all but BLOCK, TYPE and the "-" one
+            const double off = std::uniform_real_distribution<double>(0.05, 0.2)(random);
+            truth[i] *= random() % 2 != 0 ? 1 + off : 1 - off;
+        }
+        const std::string true_row = ef::FormatRow(row, truth);
+        const auto samples = ef::TrueSamples(sandbox, true_row, session, ef::TruthOptions());
+        const ef::FitResult r = ef::Fit(
+            sandbox, row, {{"sweep", session, ef::AverageOverTurns(samples, session.turns)}});
+        EXPECT_EQ(r.choice.rank, 7);
+        EXPECT_EQ(r.choice.alone.size(), 4u);  // CELL MAIN MAIN_LPM SPEAKER
+        EXPECT_TRUE(r.choice.unvisited.empty());
+        const ef::GridError before = ef::CompareOnGrid(sandbox, row.text, true_row);
+        const ef::GridError after = ef::CompareOnGrid(sandbox, r.after_text, true_row);
+        std::cout << set << ": data set's row " << before.max_percent << "% / p95 "
+                  << before.p95_percent << "%, fitted " << after.max_percent << "% / p95 "
+                  << after.p95_percent << "% (" << ef::DescribeInputs(after.worst) << ")\n";
+        EXPECT_GT(before.max_percent, 5.0);
+        EXPECT_LT(after.max_percent, 0.5);
+    }
+}

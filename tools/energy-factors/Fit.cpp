@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <Eigen/Core>
+#include <Eigen/LU>
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <stdexcept>
@@ -15,59 +17,47 @@ namespace {
 
 using powermeter::PowerFactors;
 
-// Weight of the pull towards the data set's row, in watts per unit of relative change of a
-// factor. Small: it only picks one solution where the session cannot tell factors apart
-// (ALPHA and VF_MIN always add up, for example), and leaves the rest to the data.
-constexpr double kPull = 0.01;
 constexpr double kWhPerWattTurn = 10.0 / 3600.0;
 
-// Watts of every distinct input, in map order.
-std::vector<double> WattsOf(PluginSandbox& sandbox, const std::string& row_text,
-                            const InputCounts& inputs) {
-    RowModel model(sandbox, row_text);
-    std::vector<double> w;
-    w.reserve(inputs.size());
+std::vector<Inputs> KeysOf(const InputCounts& inputs) {
+    std::vector<Inputs> keys;
+    keys.reserve(inputs.size());
     for (const auto& [in, n] : inputs) {
-        w.push_back(model.Watts(in));
+        keys.push_back(in);
     }
-    return w;
+    return keys;
 }
 
-double Scale(double base) {
-    return base != 0 ? std::fabs(base) : 1.0;
-}
-
-// Residuals: the weighted misfit of each distinct input's mean measured watts, then the pull of
-// each fitted factor.
+// Residuals: the weighted misfit of each distinct input's mean measured watts. The unknowns z
+// are coordinates in the pinned combinations: fitted factor k is
+// base + FactorScale(base) * (basis z)_k, so what the sessions cannot see stays as it was.
 struct Problem : Eigen::DenseFunctor<double> {
     Problem(PluginSandbox& sandbox, const DataRow& row, const Factors& base,
-            const std::vector<int>& fitted, const InputCounts& inputs,
+            const FactorChoice& choice, const std::vector<Inputs>& inputs,
             const std::vector<double>& weights, const std::vector<double>& means)
-        : Eigen::DenseFunctor<double>(static_cast<int>(fitted.size()),
-                                      static_cast<int>(inputs.size() + fitted.size())),
+        : Eigen::DenseFunctor<double>(choice.rank, static_cast<int>(inputs.size())),
           sandbox(&sandbox),
           row(&row),
           base(base),
-          fitted(fitted),
+          choice(&choice),
           inputs(&inputs),
           weights(weights),
           means(means) {}
 
-    Factors FactorsAt(const InputType& x) const {
+    Factors FactorsAt(const InputType& z) const {
+        const Eigen::VectorXd x = choice->basis * z;
         Factors f = base;
-        for (size_t j = 0; j < fitted.size(); ++j) {
-            f[fitted[j]] = base[fitted[j]] + Scale(base[fitted[j]]) * x[static_cast<int>(j)];
+        for (size_t k = 0; k < choice->fitted.size(); ++k) {
+            const int i = choice->fitted[k];
+            f[i] = base[i] + FactorScale(base[i]) * x[static_cast<int>(k)];
         }
         return f;
     }
 
     int operator()(const InputType& x, ValueType& r) const {
-        const std::vector<double> w = WattsOf(*sandbox, FormatRow(*row, FactorsAt(x)), *inputs);
+        const std::vector<double> w = WattsWith(*sandbox, *row, FactorsAt(x), *inputs);
         for (size_t u = 0; u < w.size(); ++u) {
             r[static_cast<int>(u)] = weights[u] * (means[u] - w[u]);
-        }
-        for (size_t j = 0; j < fitted.size(); ++j) {
-            r[static_cast<int>(w.size() + j)] = kPull * x[static_cast<int>(j)];
         }
         return 0;
     }
@@ -75,8 +65,8 @@ struct Problem : Eigen::DenseFunctor<double> {
     PluginSandbox* sandbox;
     const DataRow* row;
     Factors base;
-    std::vector<int> fitted;
-    const InputCounts* inputs;
+    const FactorChoice* choice;
+    const std::vector<Inputs>* inputs;
     std::vector<double> weights;
     std::vector<double> means;
 };
@@ -152,58 +142,40 @@ InputCounts CountInputs(const std::vector<Turn>& turns) {
     return counts;
 }
 
-FactorChoice ChooseFactors(PluginSandbox& sandbox, const DataRow& row, const InputCounts& inputs) {
-    FactorChoice c;
-    const Factors base = FactorsOf(row.row);
-    const std::vector<double> w0 = WattsOf(sandbox, row.text, inputs);
-    for (int i = 0; i < kFactorCount; ++i) {
-        if (i == powermeter::BLOCK || i == powermeter::TYPE) {
-            c.held.emplace_back(i, "structural");
-            continue;
-        }
-        if (base[i] == PowerFactors::kMissing) {
-            c.held.emplace_back(i, "\"-\"");
-            continue;
-        }
-        Factors moved = base;
-        moved[i] = base[i] + 0.1 * Scale(base[i]);
-        if (WattsOf(sandbox, FormatRow(row, moved), inputs) == w0) {
-            c.held.emplace_back(i, "no turn of the session depends on it");
-        } else {
-            c.fitted.push_back(i);
-        }
-    }
-    return c;
-}
-
 namespace {
 
-// Turns with samples, grouped by their inputs: the misfit of a group's mean, weighted by the
-// square root of its share of the turns, equals the per-turn least squares up to a constant.
+// Turns with samples, grouped by their inputs over all sessions: the misfit of a group's mean,
+// weighted by the square root of its share of the turns, equals the per-turn least squares up
+// to a constant.
 struct Groups {
     int turns = 0;
     InputCounts inputs;
-    std::vector<double> weights, means;  // in the order of `inputs`
+    std::vector<Inputs> keys;            // the inputs in map order
+    std::vector<double> weights, means;  // in the order of `keys`
+    std::vector<double> squares;         // sum of the squared measured watts per input
 };
 
-Groups GroupMeasures(const Session& session, const std::vector<TurnMeasure>& measures) {
+Groups GroupMeasures(const std::vector<MeteredSession>& sessions) {
     Groups g;
-    std::vector<Turn> measured_turns;
-    std::map<Inputs, double> sums;
-    for (size_t i = 0; i < session.turns.size(); ++i) {
-        if (measures[i].samples > 0) {
-            measured_turns.push_back(session.turns[i]);
-            sums[session.turns[i].in] += measures[i].watts;
+    std::map<Inputs, double> sums, squares;
+    for (const MeteredSession& s : sessions) {
+        for (size_t i = 0; i < s.session.turns.size(); ++i) {
+            if (s.measures[i].samples > 0) {
+                ++g.turns;
+                ++g.inputs[s.session.turns[i].in];
+                sums[s.session.turns[i].in] += s.measures[i].watts;
+                squares[s.session.turns[i].in] += s.measures[i].watts * s.measures[i].watts;
+            }
         }
     }
-    if (measured_turns.empty()) {
-        throw std::runtime_error("no wattmeter sample falls in a turn of the session");
+    if (g.turns == 0) {
+        throw std::runtime_error("no wattmeter sample falls in a turn of the sessions");
     }
-    g.turns = static_cast<int>(measured_turns.size());
-    g.inputs = CountInputs(measured_turns);
+    g.keys = KeysOf(g.inputs);
     for (const auto& [in, n] : g.inputs) {
         g.weights.push_back(std::sqrt(static_cast<double>(n) / g.turns));
         g.means.push_back(sums[in] / n);
+        g.squares.push_back(squares[in]);
     }
     return g;
 }
@@ -211,14 +183,14 @@ Groups GroupMeasures(const Session& session, const std::vector<TurnMeasure>& mea
 // Fits the chosen factors; fills the fitted row and the solver's account.
 void Solve(PluginSandbox& sandbox, const Groups& g, FitResult* r) {
     r->after = r->before;
-    if (r->choice.fitted.empty()) {
+    if (r->choice.rank == 0) {
         r->solver_status = "nothing to fit";
     } else {
-        Problem problem(sandbox, r->row, r->before, r->choice.fitted, g.inputs, g.weights, g.means);
+        Problem problem(sandbox, r->row, r->before, r->choice, g.keys, g.weights, g.means);
         Eigen::NumericalDiff<Problem> numeric(problem);
         Eigen::LevenbergMarquardt<Eigen::NumericalDiff<Problem>> lm(numeric);
-        lm.setMaxfev(400 * (static_cast<int>(r->choice.fitted.size()) + 1));
-        Eigen::VectorXd x = Eigen::VectorXd::Zero(static_cast<int>(r->choice.fitted.size()));
+        lm.setMaxfev(400 * (r->choice.rank + 1));
+        Eigen::VectorXd x = Eigen::VectorXd::Zero(r->choice.rank);
         r->solver_status = StatusText(lm.minimize(x));
         r->iterations = static_cast<int>(lm.iterations());
         r->evaluations = static_cast<int>(lm.nfev());
@@ -230,35 +202,80 @@ void Solve(PluginSandbox& sandbox, const Groups& g, FitResult* r) {
     r->after_text = FormatRow(r->row, r->after);
 }
 
-std::map<Inputs, double> WattsByInput(PluginSandbox& sandbox, const std::string& row_text,
-                                      const InputCounts& inputs) {
-    const std::vector<double> w = WattsOf(sandbox, row_text, inputs);
-    std::map<Inputs, double> out;
+// Standard uncertainty of each fitted factor with the unseen directions held. The meter's noise
+// grows with the watts, so one residual variance for all turns would misstate the factors of
+// the low-power states: the covariance in the pinned coordinates is the sandwich
+// (J^T J)^-1 (sum of r_t^2 J_t^T J_t) (J^T J)^-1 over the turns, scaled by N / (N - p), with J
+// at the fitted row; it is carried back to the factors.
+void Uncertainty(PluginSandbox& sandbox, const Groups& g, FitResult* r) {
+    const FactorChoice& c = r->choice;
+    const int p = c.rank;
+    r->sigma.assign(c.fitted.size(), 0.0);
+    if (p == 0 || g.turns <= p) {
+        return;
+    }
+    Eigen::MatrixXd j = WattsJacobian(sandbox, r->row, r->after, c.fitted, g.keys);
+    for (size_t k = 0; k < c.fitted.size(); ++k) {  // per relative change of the data set's row
+        const int i = c.fitted[k];
+        j.col(static_cast<int>(k)) *= FactorScale(r->before[i]) / FactorScale(r->after[i]);
+    }
+    const Eigen::MatrixXd jz = j * c.basis;
+    const std::vector<double> fitted = WattsWith(sandbox, r->row, r->after, g.keys);
+    Eigen::MatrixXd bread = Eigen::MatrixXd::Zero(p, p), meat = Eigen::MatrixXd::Zero(p, p);
     size_t u = 0;
-    for (const auto& [in, n] : inputs) {
-        out[in] = w[u++];
+    for (const auto& [in, n] : g.inputs) {
+        const Eigen::MatrixXd outer =
+            jz.row(static_cast<int>(u)).transpose() * jz.row(static_cast<int>(u));
+        const double mean = g.means[u], w = fitted[u];
+        // Sum over the input's turns of (measured - fitted)^2.
+        const double misfit = std::max(0.0, g.squares[u] - 2 * w * mean * n + n * w * w);
+        bread += n * outer;
+        meat += misfit * outer;
+        ++u;
+    }
+    const Eigen::MatrixXd inv = bread.inverse();
+    const Eigen::MatrixXd cov_z = inv * meat * inv * (static_cast<double>(g.turns) / (g.turns - p));
+    const Eigen::MatrixXd cov = c.basis * cov_z * c.basis.transpose();
+    for (size_t k = 0; k < c.fitted.size(); ++k) {
+        r->sigma[k] = FactorScale(r->before[c.fitted[k]]) *
+                      std::sqrt(std::max(0.0, cov(static_cast<int>(k), static_cast<int>(k))));
+    }
+}
+
+std::map<Inputs, double> WattsByInput(PluginSandbox& sandbox, const DataRow& row,
+                                      const Factors& factors, const std::vector<Inputs>& keys) {
+    const std::vector<double> w = WattsWith(sandbox, row, factors, keys);
+    std::map<Inputs, double> out;
+    for (size_t u = 0; u < keys.size(); ++u) {
+        out[keys[u]] = w[u];
     }
     return out;
 }
 
 // Energy and RMS error per state of the data set's row and the fitted row, and the series for
-// the plot.
-void Compare(PluginSandbox& sandbox, const Session& session,
-             const std::vector<TurnMeasure>& measures, const InputCounts& inputs, FitResult* r) {
-    const std::map<Inputs, double> before = WattsByInput(sandbox, r->row.text, inputs);
-    const std::map<Inputs, double> after = WattsByInput(sandbox, r->after_text, inputs);
-    for (size_t i = 0; i < session.turns.size(); ++i) {
-        if (measures[i].samples == 0) {
-            continue;
+// the plot (the sessions one after the other).
+void Compare(PluginSandbox& sandbox, const std::vector<MeteredSession>& sessions, const Groups& g,
+             FitResult* r) {
+    const std::map<Inputs, double> before = WattsByInput(sandbox, r->row, r->before, g.keys);
+    const std::map<Inputs, double> after = WattsByInput(sandbox, r->row, r->after, g.keys);
+    int64_t shift = 0;
+    for (const MeteredSession& s : sessions) {
+        if (!r->times.empty() && !s.session.turns.empty()) {
+            shift = r->times.back() + kTurnSeconds - s.session.turns.front().time;
         }
-        const Inputs& in = session.turns[i].in;
-        const double m = measures[i].watts, b = before.at(in), a = after.at(in);
-        Accumulate(r->states[in.state], m, b, a);
-        Accumulate(r->all, m, b, a);
-        r->times.push_back(session.turns[i].time);
-        r->measured.push_back(m);
-        r->estimated_before.push_back(b);
-        r->estimated_after.push_back(a);
+        for (size_t i = 0; i < s.session.turns.size(); ++i) {
+            if (s.measures[i].samples == 0) {
+                continue;
+            }
+            const Inputs& in = s.session.turns[i].in;
+            const double m = s.measures[i].watts, b = before.at(in), a = after.at(in);
+            Accumulate(r->states[in.state], m, b, a);
+            Accumulate(r->all, m, b, a);
+            r->times.push_back(s.session.turns[i].time + shift);
+            r->measured.push_back(m);
+            r->estimated_before.push_back(b);
+            r->estimated_after.push_back(a);
+        }
     }
     for (StateError& e : r->states) {
         FinishRms(e);
@@ -268,53 +285,19 @@ void Compare(PluginSandbox& sandbox, const Session& session,
 
 }  // namespace
 
-FitResult Fit(PluginSandbox& sandbox, const DataRow& row, const Session& session,
-              const std::vector<TurnMeasure>& measures) {
+FitResult Fit(PluginSandbox& sandbox, const DataRow& row,
+              const std::vector<MeteredSession>& sessions) {
     FitResult r;
     r.row = row;
     r.before = FactorsOf(row.row);
-    const Groups groups = GroupMeasures(session, measures);
+    const Groups groups = GroupMeasures(sessions);
     r.turns_measured = groups.turns;
-    r.choice = ChooseFactors(sandbox, row, groups.inputs);
+    r.choice = ChooseFactors(sandbox, row, groups.keys);
     Solve(sandbox, groups, &r);
-    Compare(sandbox, session, measures, groups.inputs, &r);
+    Compare(sandbox, sessions, groups, &r);
+    Uncertainty(sandbox, groups, &r);
+    r.grid = CompareOnGrid(sandbox, r.after_text, row.text);
     return r;
-}
-
-std::string FormatFitReport(const FitResult& r) {
-    std::vector<std::string> fitted, held;
-    for (int i : r.choice.fitted) {
-        fitted.push_back(FactorName(i));
-    }
-    for (const auto& [i, why] : r.choice.held) {
-        held.push_back(fmt::format("{} ({})", FactorName(i), why));
-    }
-    std::string out;
-    out += fmt::format("row       line {}: {}\n", r.row.line, r.row.text);
-    out += fmt::format("fitted    {}\n",
-                       fitted.empty() ? "none" : fmt::format("{}", fmt::join(fitted, " ")));
-    out += fmt::format("held      {}\n", fmt::join(held, ", "));
-    out += fmt::format("solver    Eigen Levenberg-Marquardt: {}, {} iterations, {} evaluations\n",
-                       r.solver_status, r.iterations, r.evaluations);
-    out += fmt::format("turns     {} with wattmeter samples\n\n", r.turns_measured);
-    out += fmt::format("{:<20} {:>6} {:>11} | {:>11} {:>8} {:>7} | {:>11} {:>8} {:>7}\n", "state",
-                       "turns", "meter Wh", "before Wh", "error", "RMS W", "after Wh", "error",
-                       "RMS W");
-    auto line = [&](const char* name, const StateError& e) {
-        out += fmt::format(
-            "{:<20} {:>6} {:>11.3f} | {:>11.3f} {:>+7.2f}% {:>7.2f} | {:>11.3f} {:>+7.2f}% "
-            "{:>7.2f}\n",
-            name, e.turns, e.measured_wh, e.before_wh, ErrorPercent(e.before_wh, e.measured_wh),
-            e.before_rms, e.after_wh, ErrorPercent(e.after_wh, e.measured_wh), e.after_rms);
-    };
-    for (int s = 0; s < kStateCount; ++s) {
-        if (r.states[s].turns > 0) {
-            line(StateName(static_cast<powermeter::_PowerStatusForEnergy>(s)), r.states[s]);
-        }
-    }
-    line("all", r.all);
-    out += fmt::format("\nfitted row (data-set format):\n{}\n", r.after_text);
-    return out;
 }
 
 }  // namespace energyfactors

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "DataSet.h"
+#include "Grid.h"
+#include "Identify.h"
 #include "Meter.h"
 #include "PluginSandbox.h"
 #include "Session.h"
@@ -19,19 +21,16 @@ namespace energyfactors {
 // does not name the set or the data set has no row for it.
 DataRow SessionRow(PluginSandbox& sandbox, const DataSet& set, const Session& session);
 
-// Which factors a fit may change, and why the others stay.
-struct FactorChoice {
-    std::vector<int> fitted;
-    std::vector<std::pair<int, std::string>> held;  // factor, reason
-};
-
 // Distinct inputs of the session, with how many turns had them.
 using InputCounts = std::map<Inputs, int>;
 InputCounts CountInputs(const std::vector<Turn>& turns);
 
-// Factors the session's inputs reach, less the structural ones (block count, backlight type)
-// and those that are "-".
-FactorChoice ChooseFactors(PluginSandbox& sandbox, const DataRow& row, const InputCounts& inputs);
+// One session: the plug-in's log read back and the wattmeter averaged over its turns.
+struct MeteredSession {
+    std::string name;
+    Session session;
+    std::vector<TurnMeasure> measures;  // one per turn
+};
 
 struct StateError {
     int turns = 0;
@@ -47,20 +46,23 @@ struct FitResult {
     FactorChoice choice;
     Factors before{};
     Factors after{};
-    std::string after_text;  // the fitted row in data-set format
+    std::string after_text;     // the fitted row in data-set format
+    std::vector<double> sigma;  // standard uncertainty of each fitted factor, in its units
     int iterations = 0;
     int evaluations = 0;
     std::string solver_status;
     int turns_measured = 0;
     std::array<StateError, kStateCount> states{};
     StateError all;
+    GridError grid;  // the fitted row against the data set's row
     // Per turn with samples, for the plot.
     std::vector<int64_t> times;
     std::vector<double> measured, estimated_before, estimated_after;
 };
 
-FitResult Fit(PluginSandbox& sandbox, const DataRow& row, const Session& session,
-              const std::vector<TurnMeasure>& measures);
+// Fits the row to all sessions at once: one residual per distinct input over all of them.
+FitResult Fit(PluginSandbox& sandbox, const DataRow& row,
+              const std::vector<MeteredSession>& sessions);
 
 // The report: choice, solver, per-state table, fitted row.
 std::string FormatFitReport(const FitResult& r);

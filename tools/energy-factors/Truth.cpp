@@ -13,11 +13,17 @@ namespace energyfactors {
 
 std::string SkewedRow(PluginSandbox& sandbox, const DataRow& row, const Session& session,
                       double skew, uint32_t seed) {
-    const FactorChoice choice = ChooseFactors(sandbox, row, CountInputs(session.turns));
+    std::vector<Inputs> inputs;
+    for (const auto& [in, n] : CountInputs(session.turns)) {
+        inputs.push_back(in);
+    }
+    const FactorChoice choice = ChooseFactors(sandbox, row, inputs);
+    std::vector<int> reached = choice.fitted;
+    std::sort(reached.begin(), reached.end());
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> factor(1.0 - skew, 1.0 + skew);
     Factors f = FactorsOf(row.row);
-    for (int i : choice.fitted) {
+    for (int i : reached) {
         // Four significant digits keep the printed row readable.
         f[i] = std::strtod(fmt::format("{:.4g}", f[i] * factor(random)).c_str(), nullptr);
     }

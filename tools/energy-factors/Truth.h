@@ -13,7 +13,7 @@
 
 namespace energyfactors {
 
-// The row with each factor that a fit of this session would change multiplied by a factor
+// The row with each factor that the session's watts depend on multiplied by a factor
 // drawn uniformly from [1 - skew, 1 + skew] (skew 0.2 for up to 20%).
 std::string SkewedRow(PluginSandbox& sandbox, const DataRow& row, const Session& session,
                       double skew, uint32_t seed);

@@ -8,6 +8,7 @@
 #include <exception>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "DataSet.h"
 #include "Explain.h"
@@ -41,6 +42,7 @@ struct Options {
     std::string model, panel;
     ef::Inputs picture{powermeter::NORMAL, 700, 800, 2160, 20};
     std::string log, meter, plot, output, row;
+    std::vector<std::string> logs, meters;  // fit: one pair per session
     double skew = 20, noise = 2, period = 1;
     uint32_t seed = 1;
 };
@@ -74,8 +76,8 @@ int RunTable(const Options& o) {
     return 0;
 }
 
-ef::Session ReadNamedSession(const Options& o) {
-    ef::Session session = ef::ReadSession(o.log);
+ef::Session ReadNamedSession(const Options& o, const std::string& log) {
+    ef::Session session = ef::ReadSession(log);
     if (!o.model.empty()) {
         session.sw_model = o.model;
     }
@@ -85,26 +87,55 @@ ef::Session ReadNamedSession(const Options& o) {
     return session;
 }
 
+// The sessions of a fit, each checked to be metered on a set that selects the same row.
+std::vector<ef::MeteredSession> ReadSessions(ef::PluginSandbox& sandbox, const ef::DataSet& set,
+                                             const Options& o, ef::DataRow* row) {
+    if (o.logs.size() != o.meters.size()) {
+        throw std::runtime_error(
+            fmt::format("{} --log but {} --meter: give one of each per session", o.logs.size(),
+                        o.meters.size()));
+    }
+    std::vector<ef::MeteredSession> sessions;
+    for (size_t i = 0; i < o.logs.size(); ++i) {
+        ef::MeteredSession s;
+        s.name = o.logs[i] + " + " + o.meters[i];
+        s.session = ReadNamedSession(o, o.logs[i]);
+        const std::vector<ef::Sample> samples = ef::ReadMeter(o.meters[i]);
+        const ef::DataRow r = ef::SessionRow(sandbox, set, s.session);
+        if (i == 0) {
+            *row = r;
+        } else if (r.line != row->line) {
+            throw std::runtime_error(fmt::format(
+                "{} is a set of row ID {} (line {}), {} of row ID {} (line {}): a fit is for one "
+                "row",
+                o.logs[i], r.row.SequenceNumber(), r.line, o.logs[0], row->row.SequenceNumber(),
+                row->line));
+        }
+        fmt::print("session   {}: {} turns; {}: {} samples\n", o.logs[i], s.session.turns.size(),
+                   o.meters[i], samples.size());
+        fmt::print("set       SW model {}, panel type {}\n", s.session.sw_model,
+                   s.session.panel_type);
+        if (s.session.row_id != r.row.SequenceNumber()) {
+            fmt::print("note      the session metered with row ID {}; {} selects row ID {}\n",
+                       s.session.row_id, o.file, r.row.SequenceNumber());
+        }
+        s.measures = ef::AverageOverTurns(samples, s.session.turns);
+        sessions.push_back(std::move(s));
+    }
+    return sessions;
+}
+
 int RunFit(const Options& o) {
     ef::PluginSandbox sandbox;
     const ef::DataSet set = ef::ReadDataSet(o.file);
-    const ef::Session session = ReadNamedSession(o);
-    const std::vector<ef::Sample> samples = ef::ReadMeter(o.meter);
-    const ef::DataRow row = ef::SessionRow(sandbox, set, session);
-    const ef::FitResult r =
-        ef::Fit(sandbox, row, session, ef::AverageOverTurns(samples, session.turns));
-    fmt::print("session   {}: {} turns; {}: {} samples\n", o.log, session.turns.size(), o.meter,
-               samples.size());
-    fmt::print("set       SW model {}, panel type {}\n", session.sw_model, session.panel_type);
-    if (session.row_id != row.row.SequenceNumber()) {
-        fmt::print("note      the session metered with row ID {}; {} selects row ID {}\n",
-                   session.row_id, o.file, row.row.SequenceNumber());
-    }
+    ef::DataRow row;
+    const std::vector<ef::MeteredSession> sessions = ReadSessions(sandbox, set, o, &row);
+    const ef::FitResult r = ef::Fit(sandbox, row, sessions);
     fmt::print("{}", ef::FormatFitReport(r));
     if (!o.plot.empty()) {
         WriteFile(o.plot, ef::RenderFitSvg(
                               r, fmt::format("fit of row {} ({}, {})", row.row.SequenceNumber(),
-                                             session.sw_model, session.panel_type)));
+                                             row.SwModel(), row.PanelType())));
     }
     return 0;
 }
@@ -112,7 +143,7 @@ int RunFit(const Options& o) {
 int RunTruth(const Options& o) {
     ef::PluginSandbox sandbox;
     const ef::DataSet set = ef::ReadDataSet(o.file);
-    const ef::Session session = ReadNamedSession(o);
+    const ef::Session session = ReadNamedSession(o, o.log);
     const ef::DataRow row = ef::SessionRow(sandbox, set, session);
     const std::string true_row =
         o.row.empty() ? ef::SkewedRow(sandbox, row, session, o.skew / 100.0, o.seed) : o.row;
@@ -163,13 +194,19 @@ SubCommands AddSubCommands(CLI::App& app, Options& o) {
         "fit", "calibrate the session's row from the plug-in's log and a wattmeter CSV");
     CLI::App* truth = app.add_subcommand(
         "truth", "a wattmeter CSV for a session, drawn from a \"true\" row, with noise");
+    fit->add_option("--log", o.logs,
+                    "the plug-in's log of a session (level info); once per session, in the order "
+                    "of the --meter files")
+        ->required();
+    truth->add_option("--log", o.log, "the plug-in's log of the session (level info)")->required();
     for (CLI::App* c : {fit, truth}) {
-        c->add_option("--log", o.log, "the plug-in's log of the session (level info)")->required();
         c->add_option("--data", o.file, "the data set (default: the sample data set)");
         c->add_option("--model", o.model, "the set's SW model (default: from the log)");
         c->add_option("--panel", o.panel, "the set's panel type (default: from the log)");
     }
-    fit->add_option("--meter", o.meter, "wattmeter CSV: time (epoch seconds or UTC), watts")
+    fit->add_option("--meter", o.meters,
+                    "wattmeter CSV of a session: time (epoch seconds or UTC), watts; once per "
+                    "session")
         ->required();
     fit->add_option("--plot", o.plot, "write an SVG chart of measured and estimated power");
     auto* row = truth->add_option("--row", o.row, "the true row, in data-set format");
