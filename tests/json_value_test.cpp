@@ -251,6 +251,7 @@ TEST(JsonSharedTree, ChildrenChangeKindInPlaceAndTravelWithMoves) {
     EXPECT_EQ(Text(moved) + Text(source), "{\"a\":2}{\"again\":1}");
     JsonValue target(5);
     target = std::move(moved);
+    EXPECT_EQ(&target["a"], &a);
     target = std::move(target);
     EXPECT_EQ(Text(target) + Text(moved), "{\"a\":2}null");
 }
