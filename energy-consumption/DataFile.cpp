@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "AppInfoUtil.h"
+#include "ReadableFile.h"
 
 namespace powermeter {
 
@@ -62,17 +63,11 @@ bool DataFile::is_exist() {
     return access(path.c_str(), F_OK) == 0;
 }
 
-// The probe opens without blocking (a FIFO with no writer would hold a plain open or the first
-// read for ever) and takes the type from the file it opened, not from the name.
+// Anything but a regular file: a FIFO would block, and the rest is no log. A file that cannot
+// be opened is not special: the stream's own open reports it.
 bool DataFile::is_special_file() {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;  // absent or unreadable: the stream's own open reports it
-    }
-    struct stat st;
-    const bool special = fstat(fd, &st) == 0 && !S_ISREG(st.st_mode);
-    ::close(fd);
-    return special;
+    const mode_t type = common::FileTypeOf(path);
+    return type != 0 && type != S_IFREG;
 }
 
 bool DataFile::is_file_symbolic_link() {

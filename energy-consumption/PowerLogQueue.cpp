@@ -14,6 +14,7 @@
 #include "AppInfoUtil.h"
 #include "DataFile.h"
 #include "Log.h"
+#include "ReadableFile.h"
 #include "SharedJson.h"
 
 namespace powermeter {
@@ -107,13 +108,13 @@ void WriteRecord(DataFile& file, const TimeAndPower& item) {
 // and the type is taken from the file opened: a FIFO in the option file's place would
 // otherwise hold Init, and with it CreatePlugin, until something writes to it.
 std::string ReadRegularFile(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    mode_t type = 0;
+    const int fd = common::OpenWithoutBlocking(path, &type);
     if (fd < 0) {
         return {};
     }
     std::string text;
-    struct stat st;
-    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
+    if (type == S_IFREG) {
         // Three numbers never need more; a larger file is not read into memory whole.
         constexpr size_t kMaxText = 64 * 1024;
         char buffer[512];

@@ -1,4 +1,6 @@
-// Opening a data file that the platform's directories hold, for reading.
+// Probing a file that the platform's directories hold before reading it. A blocking open of a
+// FIFO with no writer waits for ever and a device can be read without end, so every probe
+// opens without blocking and takes the type from the file it opened, not from the name.
 #pragma once
 
 #include <fcntl.h>
@@ -9,21 +11,33 @@
 
 namespace common {
 
-// True when `path` names a FIFO, a device or a socket: a blocking open of a FIFO with no
-// writer waits for ever, and a device can be read without end. The probe opens without
-// blocking and takes the type from what it opened. A missing file or a directory is not
-// special: the caller's own open and read report those as before.
-inline bool IsSpecialFile(const std::string& path) {
+// Opens `path` for reading without blocking; the descriptor (still non-blocking, the caller
+// closes it), or -1. `*type` gets the file's type bits (S_IFREG, S_IFIFO, ...), 0 on failure.
+inline int OpenWithoutBlocking(const std::string& path, mode_t* type) {
+    *type = 0;
     const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
     struct stat info {};
-    const bool special =
-        fstat(fd, &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISCHR(info.st_mode) ||
-                                  S_ISBLK(info.st_mode) || S_ISSOCK(info.st_mode));
-    close(fd);
-    return special;
+    if (fd >= 0 && fstat(fd, &info) == 0) {
+        *type = info.st_mode & S_IFMT;
+    }
+    return fd;
+}
+
+// The type bits of what `path` names, or 0 when it cannot be opened.
+inline mode_t FileTypeOf(const std::string& path) {
+    mode_t type = 0;
+    const int fd = OpenWithoutBlocking(path, &type);
+    if (fd >= 0) {
+        close(fd);
+    }
+    return type;
+}
+
+// True when `path` names a FIFO, a device or a socket. A missing file or a directory is not
+// special: the caller's own open and read report those.
+inline bool IsSpecialFile(const std::string& path) {
+    const mode_t type = FileTypeOf(path);
+    return type != 0 && type != S_IFREG && type != S_IFDIR;
 }
 
 }  // namespace common
