@@ -6,15 +6,11 @@
 #include "Log.h"
 #include "LogTexts.h"
 #include "PowerMeter.h"
+#include "ServiceNames.h"
 
 namespace powermeter {
 
 namespace {
-
-constexpr char kServiceName[] = "energy-consumption";
-constexpr char kServiceDescription[] = "energy consumption service plugin";
-constexpr char kProtocolName[] = "corvane";
-constexpr char kPropertyName[] = "dailyPowerConsumption";
 
 wexf_string_t make_string(const char* chars, size_t length) {
     wexf_string_t value{};
@@ -32,9 +28,9 @@ EnergyService& EnergyService::GetInstance() {
 void EnergyService::Init() {
     ELOGI("Energy Consumption Plugin Init");
     std::lock_guard<std::recursive_mutex> lock(m_mutex);
-    const wexf_string_t name = make_string(kServiceName, std::strlen(kServiceName));
+    const wexf_string_t name = make_string(names::kService, std::strlen(names::kService));
     const wexf_string_t description =
-        make_string(kServiceDescription, std::strlen(kServiceDescription));
+        make_string(names::kServiceDescription, std::strlen(names::kServiceDescription));
     // A handle from an earlier Init is overwritten, not looked at.
     m_handle = wexf_service_create(name, description, protocolStatusCallback, getRequestCallback,
                                    setRequestCallback, cancelRequestCallback, this);
@@ -79,7 +75,7 @@ void EnergyService::protocolStatusCallback(wexf_service_h /*service*/, wexf_stri
     const std::string name = protocol.str != nullptr ? std::string(protocol.str) : std::string();
     // ERROR on purpose: every status change stands out in the log.
     ELOGE("protocol name[%s], protocol status[%d]", name.c_str(), static_cast<int>(status));
-    if (name != kProtocolName) {
+    if (name != names::kProtocol) {
         return;
     }
     if (status == 0 || status == 2) {
@@ -118,7 +114,7 @@ void EnergyService::notify(const std::string& json) {
     ELOGI("notify %s", json.c_str());
     try {
         wexf_property_list_h list = wexf_property_list_create();
-        const wexf_string_t name = make_string(kPropertyName, std::strlen(kPropertyName));
+        const wexf_string_t name = make_string(names::kProperty, std::strlen(names::kProperty));
         const wexf_string_t value = make_string(json.c_str(), json.size());
         wexf_property_h property = wexf_property_create_json_string(name, value);
         wexf_property_list_push_property(list, property, 0);

@@ -15,6 +15,7 @@
 #include "DataFile.h"
 #include "Log.h"
 #include "ReadableFile.h"
+#include "ServiceNames.h"
 #include "SharedJson.h"
 
 namespace powermeter {
@@ -255,14 +256,14 @@ std::string PowerLogQueue::GetJson() {
         JsonValue block;
         block["start"] = JsonValue(static_cast<unsigned int>(item.start));
         block["end"] = JsonValue(static_cast<unsigned int>(item.end));
-        block["deltaEnergy"] = JsonValue(item.power);
+        block[names::kDeltaEnergy] = JsonValue(item.power);
         // Placeholders that receivers expect.
         block["power"] = JsonValue(static_cast<int>(0));
         block["energySaved"] = JsonValue(static_cast<int>(0));
         blocks.append(std::move(block));
     }
     JsonValue report;
-    report["dailyPowerConsumption"] = std::move(blocks);
+    report[names::kProperty] = std::move(blocks);
     return report.toString(false);
 }
 

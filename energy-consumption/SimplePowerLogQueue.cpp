@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "Log.h"
+#include "ServiceNames.h"
 #include "SharedJson.h"
 #include "TimeUtil.h"
 
@@ -75,7 +76,7 @@ std::string SimplePowerLogQueue::GetJson() {
 
     // Receivers expect both numbers as JSON strings.
     common::json::JsonValue report;
-    report["cumulativePower"] = common::json::JsonValue(std::string(power));
+    report[names::kCumulativePower] = common::json::JsonValue(std::string(power));
     report["cumulativeUnit"] = common::json::JsonValue("Wh");
     report["cumulativeDateUTC"] = common::json::JsonValue(std::string(date));
     return report.toString(false);

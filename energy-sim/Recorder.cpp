@@ -8,6 +8,7 @@
 #include "Duration.h"
 #include "Log.h"
 #include "PluginLog.h"
+#include "ServiceNames.h"
 #include "SharedJson.h"
 
 namespace energysim {
@@ -19,13 +20,13 @@ constexpr char kNoEstimate[] = "no estimate";
 // "cumulativePower", or the sum of the daily block report's "deltaEnergy" values.
 double ReportedWh(const std::string& json) {
     const auto doc = common::json::JsonValue::Create(json);
-    if (!doc.isMember("dailyPowerConsumption")) {
-        return std::strtod(doc["cumulativePower"].asString().c_str(), nullptr);
+    if (!doc.isMember(powermeter::names::kProperty)) {
+        return std::strtod(doc[powermeter::names::kCumulativePower].asString().c_str(), nullptr);
     }
-    const auto& blocks = doc["dailyPowerConsumption"];
+    const auto& blocks = doc[powermeter::names::kProperty];
     double wh = 0.0;
     for (unsigned i = 0; i < blocks.size(); ++i) {
-        wh += blocks[i]["deltaEnergy"].asDouble();
+        wh += blocks[i][powermeter::names::kDeltaEnergy].asDouble();
     }
     return wh;
 }
@@ -94,7 +95,7 @@ void Recorder::OnLog(const std::string& tag, const std::string& m) {
 }
 
 void Recorder::OnNotification(const std::string& property, const std::string& json) {
-    if (property != "dailyPowerConsumption") {
+    if (property != powermeter::names::kProperty) {
         return;
     }
     std::lock_guard<std::mutex> lock(mutex_);

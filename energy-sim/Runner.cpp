@@ -19,6 +19,7 @@
 #include "Plot.h"
 #include "PluginHost.h"
 #include "Recorder.h"
+#include "ServiceNames.h"
 #include "TempDir.h"
 #include "VirtualClock.h"
 #include "World.h"
@@ -189,7 +190,7 @@ void Session::start_plugin() {
     // service, so they follow CreatePlugin.
     apply_entries_at(0, false);
     if (!(o_.scenario && o_.scenario->SetsCorvaneAtStart())) {
-        host_.SetProtocol("corvane", WEXF_PROTOCOL_STATUS_READY, false);
+        host_.SetProtocol(powermeter::names::kProtocol, WEXF_PROTOCOL_STATUS_READY, false);
     }
     host_.Create();
     apply_entries_at(0, true);

@@ -8,6 +8,7 @@
 
 #include "Error.h"
 #include "InputFile.h"
+#include "ServiceNames.h"
 
 namespace energysim {
 namespace {
@@ -81,7 +82,8 @@ bool ParseDuration(const std::string& text, uint64_t* seconds) {
 
 bool Scenario::SetsCorvaneAtStart() const {
     for (const ScenarioEntry& e : entries) {
-        if (e.offset == 0 && e.command.Is("protocol") && e.command.text == "corvane") {
+        if (e.offset == 0 && e.command.Is("protocol") &&
+            e.command.text == powermeter::names::kProtocol) {
             return true;
         }
     }

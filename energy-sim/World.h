@@ -2,11 +2,12 @@
 #pragma once
 
 #include "Profile.h"
+#include "ServiceNames.h"
 
 namespace energysim {
 
 // The service energy-sim drives.
-inline constexpr char kService[] = "energy-consumption";
+inline constexpr const char* kService = powermeter::names::kService;
 
 // Applies a profile to the simulated TV (directories are applied by the caller).
 void ApplyProfile(const DeviceProfile& profile);

@@ -18,6 +18,7 @@
 #include <string>
 
 #include "Registers.h"
+#include "ServiceNames.h"
 #include "TempDir.h"
 #include "VirtualClock.h"
 #include "tvsim/Simulator.h"
@@ -77,7 +78,8 @@ int main(int argc, char** argv) {
     }
     const int64_t real_start = real_nanos();
     plugin->Create();
-    wexfhost::FireProtocolStatus("energy-consumption", "corvane", WEXF_PROTOCOL_STATUS_CONNECTED);
+    wexfhost::FireProtocolStatus(powermeter::names::kService, powermeter::names::kProtocol,
+                                 WEXF_PROTOCOL_STATUS_CONNECTED);
     if (!vclock::WaitUntilParked(600000)) {
         std::fprintf(stderr, "the worker never parked\n");
         return 1;
