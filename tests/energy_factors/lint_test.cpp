@@ -135,6 +135,19 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
                            "[Energy Factors] ana:1, dutysum:2, resolution: 3, volume: 4\n"
                            "[Energy Factors] Power Status: LPM\n");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    // Two sessions of sets that select different rows of one file.
+    const std::string two_rows = dir.File("two.dat"), meter = dir.File("meter.csv");
+    const std::string log_a = dir.File("a.log"), log_b = dir.File("b.log");
+    std::string row_b = kRow;
+    row_b.replace(0, 1, "2").replace(row_b.find("SW_A"), 4, "SW_B");
+    testsupport::WriteText(two_rows, std::string("TEST-1\n") + kRow + row_b);
+    testsupport::WriteText(meter, "0,100\n");
+    for (const char* model : {"SW_A", "SW_B"}) {
+        testsupport::WriteText(model[3] == 'A' ? log_a : log_b,
+                               std::string("[Energy] SW Model: ") + model +
+                                   "\n[Energy] Panel Type: PANEL0001\n" +
+                                   testsupport::ReadText(log));
+    }
     struct Case {
         std::vector<std::string> args;
         int status;
@@ -155,6 +168,11 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
         {{"fit", "--log", log, "--meter", clean, "--log", log},
          2,
          "energy-factors: 2 --log but 1 --meter: give one of each per session\n"},
+        {{"fit", "--data", two_rows, "--log", log_a, "--meter", meter, "--log", log_b, "--meter",
+          meter},
+         2,
+         "energy-factors: " + log_b + " is a set of row ID 2 (line 3), " + log_a +
+             " of row ID 1 (line 2): a fit is for one row\n"},
         {{"lint", clean, "--format", "xml"},
          2,
          "energy-factors: --format: xml not in {text,json} (see --help)\n"},
