@@ -185,6 +185,14 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
         EXPECT_EQ(r.status, c.status) << c.args[0] << r.err;
         EXPECT_EQ(r.err, c.err);
     }
+    // Output that cannot be written fails the run, however short it is.
+    simtest::SimCall full;
+    full.program = EF_ENERGY_FACTORS;
+    full.args = {"table", clean};
+    full.stdout_path = "/dev/full";
+    const simtest::Result r = simtest::RunSim(full);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err, "energy-factors: cannot write the output: No space left on device\n");
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <fstream>
 #include <string>
@@ -258,19 +260,28 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "energy-factors: {} (see --help)\n", e.what());
         return kBadInput;
     }
+    int status = kBadInput;
     try {
         if (c.lint->parsed()) {
-            return RunLint(o);
+            status = RunLint(o);
         } else if (c.explain->parsed()) {
-            return RunExplain(o);
+            status = RunExplain(o);
         } else if (c.table->parsed()) {
-            return RunTable(o);
+            status = RunTable(o);
         } else if (c.fit->parsed()) {
-            return RunFit(o);
+            status = RunFit(o);
+        } else {
+            status = RunTruth(o);
         }
-        return RunTruth(o);
     } catch (const std::exception& e) {
         fmt::print(stderr, "energy-factors: {}\n", e.what());
         return kBadInput;
     }
+    // What stdout still buffers is written here, not at exit, where a full disk would lose the
+    // output's end without a word and a status of 0.
+    if (std::fflush(stdout) != 0) {
+        fmt::print(stderr, "energy-factors: cannot write the output: {}\n", std::strerror(errno));
+        return kBadInput;
+    }
+    return status;
 }
