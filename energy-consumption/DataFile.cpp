@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "AppInfoUtil.h"
@@ -48,8 +49,7 @@ void SyncDirectoryOf(const std::string& file) {
 }  // namespace
 
 // The data path carries its trailing separator, so the name is appended directly.
-DataFile::DataFile()
-    : path(AppInfoUtil::GetDataPath() + kFileName), temp_path(path + kTempSuffix) {}
+DataFile::DataFile() : path(AppInfoUtil::GetDataPath() + kFileName) {}
 
 DataFile::~DataFile() {
     close_file();
@@ -76,6 +76,22 @@ bool DataFile::is_file_symbolic_link() {
         return false;
     }
     return S_ISLNK(st.st_mode);
+}
+
+// In-place writes follow a link in the file's place, so a full rewrite replaces the file it
+// names rather than the link. A link to nothing is replaced by the new file itself, as there
+// is no file to keep.
+std::string DataFile::write_target() {
+    if (!is_file_symbolic_link()) {
+        return path;
+    }
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (resolved == nullptr) {
+        return path;
+    }
+    std::string target(resolved);
+    std::free(resolved);
+    return target;
 }
 
 void DataFile::Remove() {
@@ -162,6 +178,8 @@ void DataFile::Replace(const char* buffer, unsigned int size) {
     if (is_special_file()) {
         throw std::runtime_error("the data file is not opened");
     }
+    const std::string target = write_target();
+    const std::string temp_path = target + kTempSuffix;
     // A temporary file that a killed rewrite left behind is dropped, whatever it holds.
     ::unlink(temp_path.c_str());
     const int fd =
@@ -172,11 +190,11 @@ void DataFile::Replace(const char* buffer, unsigned int size) {
     bool written = WriteFully(fd, buffer, size) && fsync(fd) == 0;
     written = ::close(fd) == 0 && written;
     // Renamed only once every byte is on the disk; on any failure the old file stays as it was.
-    if (!written || std::rename(temp_path.c_str(), path.c_str()) != 0) {
+    if (!written || std::rename(temp_path.c_str(), target.c_str()) != 0) {
         ::unlink(temp_path.c_str());
         throw std::runtime_error("failed to wrtie data to the data file");
     }
-    SyncDirectoryOf(path);
+    SyncDirectoryOf(target);
 }
 
 void DataFile::Read(char* buffer, unsigned int size) {

@@ -30,6 +30,7 @@ class DataFile {
     // Replaces the whole file with `size` bytes. They are written to a temporary file in the
     // same directory, flushed to the disk and renamed over the file, so that a kill or a
     // failure at any moment leaves the previous file or the new one, never a part of either.
+    // A symbolic link in the file's place stays: the file it names is the one replaced.
     void Replace(const char* buffer, unsigned int size);
 
   private:
@@ -37,13 +38,14 @@ class DataFile {
     // True when the path opens as something other than a regular file (links followed).
     bool is_special_file();
     bool is_file_symbolic_link();
+    // The file that writes reach: the one a link in the file's place names, else the path.
+    std::string write_target();
     void create_file();
     void close_file();
     void throw_exception_when_stream_is_not_opened();
 
     std::fstream stream;
-    std::string path;       // data directory (ends in '/') + "energy_log.dat"
-    std::string temp_path;  // path + ".tmp": where Replace writes before the rename
+    std::string path;  // data directory (ends in '/') + "energy_log.dat"
 };
 
 }  // namespace powermeter

@@ -280,6 +280,18 @@ TEST_F(PowerLogTest, WritesTouchOnlyWhatChanged) {
         }
         EXPECT_EQ(ReadBytes(LogPath()), row.after);
     }
+    // A link in the file's place stays; a full write replaces the file it names.
+    const std::string target = dir_.File("elsewhere.dat");
+    std::remove(LogPath().c_str());
+    powermeter::PowerLogQueue queue;
+    queue.Init();
+    Interval(queue, a.start, a.power);
+    std::remove(LogPath().c_str());
+    WriteBytes(target, LogImage(5, {}));
+    ASSERT_EQ(symlink(target.c_str(), LogPath().c_str()), 0);
+    Interval(queue, b.start, b.power);
+    EXPECT_EQ(fs::symlink_status(LogPath()).type(), fs::file_type::symlink);
+    EXPECT_EQ(ReadBytes(target), LogImage({a, b}));
 }
 
 // Each row: a change made with the byte helpers to a file of two blocks, the report a new
