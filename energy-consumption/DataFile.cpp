@@ -82,9 +82,6 @@ bool DataFile::is_file_symbolic_link() {
 // names rather than the link. A link to nothing is replaced by the new file itself, as there
 // is no file to keep.
 std::string DataFile::write_target() {
-    if (!is_file_symbolic_link()) {
-        return path;
-    }
     char* resolved = ::realpath(path.c_str(), nullptr);
     if (resolved == nullptr) {
         return path;

@@ -38,7 +38,8 @@ class DataFile {
     // True when the path opens as something other than a regular file (links followed).
     bool is_special_file();
     bool is_file_symbolic_link();
-    // The file that writes reach: the one a link in the file's place names, else the path.
+    // The file that writes reach: the path with every link resolved, or the path itself when
+    // it does not resolve (no file yet, or a link to nothing).
     std::string write_target();
     void create_file();
     void close_file();

@@ -24,6 +24,15 @@ namespace {
 
 constexpr uint32_t kT0 = 1609459200u;
 
+// A writer starts from at most kMaxLoaded blocks and adds at most kIntervalsPerWriter, so the
+// log never holds 256 blocks: record 256 would straddle the file's first 4 KiB page, and a
+// kill can land inside one write between two pages (the kernel stops a write at a page when a
+// fatal signal is pending), tearing that record. With the set's own options the log is sent
+// and cleared at 24 hours, about 25 blocks and 404 bytes; only the test options' long logs
+// reach a page boundary.
+constexpr size_t kMaxLoaded = 150;
+constexpr uint32_t kIntervalsPerWriter = 100;
+
 uint32_t TimeOf(uint32_t i) {
     return kT0 + 10 * i;
 }
@@ -122,18 +131,22 @@ TEST_F(PowerLogCrashTest, KilledWriterLeavesLastOrInFlightWrite) {
             const pid_t pid = fork();
             ASSERT_GE(pid, 0);
             if (pid == 0) {
-                // Loads the log, then adds intervals from `next` on. Each message i says that
-                // Init and every interval before i are done.
+                // Loads the log, then adds up to kIntervalsPerWriter intervals from `next` on
+                // and waits for the kill. Each message i says that Init and every interval
+                // before i are done.
                 tvsim::SetLogRetention(0);
                 signal(SIGXFSZ, SIG_IGN);  // a write past the cap fails instead
                 powermeter::PowerLogQueue queue;
                 queue.Init();
-                for (uint32_t i = next;; ++i) {
+                for (uint32_t i = next; i < next + kIntervalsPerWriter; ++i) {
                     if (write(fds[1], &i, sizeof i) != sizeof i) {
                         _exit(2);
                     }
                     DiskFull(log_path, fails(i));
                     queue.Add(TimeOf(i), EnergyOf(i), 10);
+                }
+                for (;;) {
+                    pause();
                 }
             }
             close(fds[1]);
@@ -194,8 +207,9 @@ TEST_F(PowerLogCrashTest, KilledWriterLeavesLastOrInFlightWrite) {
                 queue.Reset();
                 loaded.clear();
             }
-            // Keep the file small enough that reloading stays quick.
-            if (loaded.size() > 150) {
+            // Keep the log within its first 4 KiB page (see kIntervalsPerWriter), which also
+            // keeps reloading quick.
+            if (loaded.size() > kMaxLoaded) {
                 queue.Reset();
                 loaded.clear();
             }
