@@ -1,5 +1,7 @@
 // The JSON value layer: the conversion table and its bounds, predicates, access rules,
 // shared-tree semantics, stale cached children and the shared handle's moves.
+#include <malloc.h>
+
 #include <climits>
 #include <cmath>
 #include <functional>
@@ -311,6 +313,26 @@ TEST(JsonSharedTree, NoStaleChildAfterTheDocumentChanges) {
         EXPECT_EQ(Text(doc), r.expected) << r.start << " cached " << r.cached;
         EXPECT_TRUE(holders == std::vector<JsonValue>(16, JsonValue(-1)));
     }
+}
+
+// Destroying a value releases what its cached children and grandchildren hold: building and
+// dropping nested documents leaves the heap where it was.
+TEST(JsonSharedTree, DestroyedValuesReleaseTheirCachedChildren) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizers' allocators do not keep mallinfo2 (LeakSanitizer checks this)";
+#endif
+    const auto build = [] {
+        JsonValue doc;
+        doc["a"]["b"] = 1;
+        doc["c"].append(JsonValue("x"));
+        return Text(doc);
+    };
+    EXPECT_EQ(build(), "{\"a\":{\"b\":1},\"c\":[\"x\"]}");  // and first-use allocations
+    const size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 2000; ++i) {
+        build();
+    }
+    EXPECT_LE(mallinfo2().uordblks, before + 16384);
 }
 
 TEST(JsonSharedHandle, SetAndAppendLeaveTheSourceAFreshNull) {
