@@ -335,7 +335,7 @@ TEST(JsonSharedTree, DestroyedValuesReleaseTheirCachedChildren) {
     EXPECT_LE(mallinfo2().uordblks, before + 16384);
 }
 
-TEST(JsonSharedHandle, SetAndAppendLeaveTheSourceAFreshNull) {
+TEST(JsonSharedHandle, SetAppendAndInitLeaveNoStalePayload) {
     using common::json::SharedJson;
     SharedJson target(1LL), source("text");
     target.set(std::move(source));
@@ -346,4 +346,15 @@ TEST(JsonSharedHandle, SetAndAppendLeaveTheSourceAFreshNull) {
     array.append(std::move(source));
     EXPECT_EQ(source.type(), JsonType::Null);
     EXPECT_EQ(array.to_string(false), "[true]");
+    // In-place re-initialisation from every kind to every kind, twice: no payload of the
+    // node before is released again or reused.
+    for (const char* text : {"{\"a\":[1]}", "[1,{}]", "\"s\"", "2.5", "true", "null"}) {
+        for (JsonType t : {JsonType::Object, JsonType::Array, JsonType::String, JsonType::Int,
+                           JsonType::Double, JsonType::Bool, JsonType::Null}) {
+            SharedJson node = SharedJson::Create(text);
+            node.init(t);
+            node.init(t);
+            EXPECT_EQ(node.type(), t) << text;
+        }
+    }
 }
