@@ -57,6 +57,15 @@ int AsInt(const JsonValue& v, const std::string& origin, const std::string& fiel
     return static_cast<int>(n);
 }
 
+// A text the platform may not publish: a string, or null for "not published".
+std::optional<std::string> OptionalText(const JsonValue& v, const std::string& origin,
+                                        const std::string& field) {
+    if (v.isNull()) {
+        return std::nullopt;
+    }
+    return AsText(v, origin, field);
+}
+
 // A picture register: a whole number, or a decimal string (published as is).
 std::string RegisterText(const JsonValue& v, const std::string& origin, const std::string& field) {
     if (v.type() == JsonType::Int) {
@@ -157,7 +166,13 @@ void ReadPowerState(const JsonValue& s, const std::string& origin, DeviceProfile
     }
 }
 
+// The registers listed change the default picture's; a register set to null is not
+// published, and a picture of null publishes an empty key.
 void ReadPicture(const JsonValue& pic, const std::string& origin, DeviceProfile* p) {
+    if (pic.isNull()) {
+        p->picture.clear();
+        return;
+    }
     if (pic.type() != JsonType::Object) {
         Fail(origin, "picture", "must be an object of register values");
     }
@@ -169,21 +184,28 @@ void ReadPicture(const JsonValue& pic, const std::string& origin, DeviceProfile*
         if (!known) {
             Fail(origin, "picture." + key, "unknown register");
         }
-        p->picture[key] = RegisterText(pic[key], origin, "picture." + key);
+        if (pic[key].isNull()) {
+            p->picture.erase(key);
+        } else {
+            p->picture[key] = RegisterText(pic[key], origin, "picture." + key);
+        }
     }
 }
 
-// The fields, in this order: the first bad one is reported.
+// The fields, in this order: the first bad one is reported. A field left out keeps the
+// built-in default's value.
 void ReadFields(const JsonValue& r, const std::string& origin, DeviceProfile* p) {
     if (r.isMember("name"))
         p->name = AsText(r["name"], origin, "name");
     if (r.isMember("model"))
-        p->model = AsText(r["model"], origin, "model");
+        p->model = OptionalText(r["model"], origin, "model");
     if (r.isMember("panelType"))
-        p->panel_type = AsText(r["panelType"], origin, "panelType");
+        p->panel_type = OptionalText(r["panelType"], origin, "panelType");
     if (r.isMember("localeSet"))
-        p->locale_set = AsText(r["localeSet"], origin, "localeSet");
-    if (r.isMember("modelYear"))
+        p->locale_set = OptionalText(r["localeSet"], origin, "localeSet");
+    if (r.isMember("modelYear") && r["modelYear"].isNull())
+        p->model_year.reset();
+    else if (r.isMember("modelYear"))
         p->model_year = AsInt(r["modelYear"], origin, "modelYear", 0, 99);
     if (r.isMember("volume"))
         p->volume = AsInt(r["volume"], origin, "volume", 0, 100);
@@ -205,9 +227,8 @@ void ReadFields(const JsonValue& r, const std::string& origin, DeviceProfile* p)
 
 DeviceProfile ParseProfile(const std::string& text, const std::string& origin) {
     const JsonValue root = ParseObject(text, origin);
-    DeviceProfile p;
+    DeviceProfile p = DefaultProfile();
     p.name = origin;
-    p.picture.clear();
     CheckFieldsKnown(root, origin);
     try {
         ReadFields(root, origin, &p);

@@ -34,7 +34,10 @@ constexpr uint64_t kMaxProfileBytes = 1024 * 1024;
 // one-line message naming the file and, for an invalid value, the field.
 DeviceProfile LoadProfile(const std::string& path);
 
-// Parses profile text; `origin` names it in error messages.
+// Parses profile text; `origin` names it in error messages. The profile lists what differs
+// from the built-in default: a field left out keeps the default's value, and null for the
+// model, panel type, locale set, model year, the picture or one of its registers says that the
+// platform does not publish it.
 DeviceProfile ParseProfile(const std::string& text, const std::string& origin);
 
 // The configuration-key text for a picture: {"ANA":"700",...} in register order.

@@ -188,6 +188,26 @@ TEST(EnergySimRunTest, CheckGivesTheReason) {
     EXPECT_TRUE(Has(r.out, "reason: Energy Service Not Supported in China Region")) << r.out;
 }
 
+// A profile lists what differs from the built-in default; null says "not published".
+TEST(EnergySimProfileTest, FieldsLeftOutKeepTheDefaultAndNullIsNotPublished) {
+    const energysim::DeviceProfile d = energysim::DefaultProfile();
+    const auto parse = [](const std::string& text) { return energysim::ParseProfile(text, "p"); };
+    const energysim::DeviceProfile empty = parse("{\"dataDir\": \"/d\"}");
+    EXPECT_EQ(std::tie(empty.model, empty.panel_type, empty.locale_set, empty.model_year),
+              std::tie(d.model, d.panel_type, d.locale_set, d.model_year));
+    EXPECT_EQ(std::tie(empty.picture, empty.volume, empty.data_dir),
+              std::tie(d.picture, d.volume, "/d/"));
+    const energysim::DeviceProfile some =
+        parse("{\"model\": null, \"modelYear\": null, \"picture\": {\"ANA\": 5, \"HDR\": null}}");
+    EXPECT_EQ(std::tie(some.model, some.model_year, some.panel_type),
+              std::tie(std::nullopt, std::nullopt, d.panel_type));
+    std::map<std::string, std::string> picture = d.picture;
+    picture["ANA"] = "5";
+    picture.erase("HDR");
+    EXPECT_EQ(some.picture, picture);
+    EXPECT_TRUE(parse("{\"picture\": null}").picture.empty());
+}
+
 // Bad input: one line, exit status 2, refused before the run.
 TEST(EnergySimInputTest, EachBadInputIsOneLine) {
     TempDir dir;
