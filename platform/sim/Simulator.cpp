@@ -1,6 +1,7 @@
 #include <dlog.h>
 #include <system_info.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -282,16 +283,22 @@ uint64_t LogMark() {
     return sink.next_seq;
 }
 
+namespace {
+
+// The first kept line at or after `mark`. Lines are kept in the order of their sequence
+// numbers, so a binary search finds it: asking for the last few lines of a long log costs
+// what those lines cost, not a scan of everything kept before them.
+std::deque<LogLine>::const_iterator FirstSince(const internal::LogSink& sink, uint64_t mark) {
+    return std::partition_point(sink.lines.begin(), sink.lines.end(),
+                                [mark](const LogLine& line) { return line.seq < mark; });
+}
+
+}  // namespace
+
 std::vector<LogLine> LinesSince(uint64_t mark) {
     internal::LogSink& sink = GetLogSink();
     std::lock_guard<std::mutex> lock(sink.mutex);
-    std::vector<LogLine> out;
-    for (const LogLine& line : sink.lines) {
-        if (line.seq >= mark) {
-            out.push_back(line);
-        }
-    }
-    return out;
+    return std::vector<LogLine>(FirstSince(sink, mark), sink.lines.cend());
 }
 
 std::vector<LogLine> AllLines() {
@@ -303,9 +310,8 @@ size_t CountLogged(int priority, const std::string& tag, const std::string& mess
     internal::LogSink& sink = GetLogSink();
     std::lock_guard<std::mutex> lock(sink.mutex);
     size_t count = 0;
-    for (const LogLine& line : sink.lines) {
-        if (line.seq >= mark && line.priority == priority && line.tag == tag &&
-            line.Message() == message) {
+    for (auto line = FirstSince(sink, mark); line != sink.lines.cend(); ++line) {
+        if (line->priority == priority && line->tag == tag && line->Message() == message) {
             ++count;
         }
     }
