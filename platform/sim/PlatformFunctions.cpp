@@ -87,6 +87,9 @@ int dlog_print(log_priority prio, const char* tag, const char* fmt, ...) {
     if (auto err = EnterCall(Call::kDlogPrint)) {
         return *err;
     }
+    if (prio < tvsim::internal::GetLogSink().drop_below.load(std::memory_order_relaxed)) {
+        return 0;  // below the level kept: nothing is written
+    }
     if (fmt == nullptr) {
         return dlog_print(prio, tag, "%s", "");  // a null format logs an empty line
     }

@@ -43,6 +43,8 @@ struct LogSink {
     std::deque<LogLine> lines;
     uint64_t next_seq = 0;
     size_t retention = 200000;
+    // Lines below this priority are dropped before they are formatted.
+    std::atomic<int> drop_below{0};
     bool echo = false;
     int echo_min_priority = 0;
     std::function<void(const LogLine&)> observer;

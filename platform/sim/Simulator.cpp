@@ -328,6 +328,10 @@ void ClearLog() {
     sink.lines.clear();
 }
 
+void SetLogDropBelow(int priority) {
+    GetLogSink().drop_below.store(priority, std::memory_order_relaxed);
+}
+
 void SetLogRetention(size_t max_lines) {
     internal::LogSink& sink = GetLogSink();
     std::lock_guard<std::mutex> lock(sink.mutex);

@@ -115,6 +115,9 @@ size_t CountLogged(int priority, const std::string& tag, const std::string& mess
 void ClearLog();
 // Keep at most this many recent lines (default 200000); older ones are dropped.
 void SetLogRetention(size_t max_lines);
+// Drop lines below `priority` before they are formatted: not kept, echoed or observed (0, the
+// default, drops none). For callers that run the plug-in's code for its results alone.
+void SetLogDropBelow(int priority);
 // Echo each line to stderr as "<PRIORITY> <tag>: <text>" when its priority >= min_priority.
 void SetLogEcho(bool enabled, int min_priority = 0);
 // Called for every line, on the logging thread, outside the sink's lock.
