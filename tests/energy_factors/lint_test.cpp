@@ -50,7 +50,11 @@ TEST(EnergyFactorsLintTest, OneLinePerDefectAtItsLine) {
             "8,y,M,SW_C,43,PANEL0008,OLED,-,-,-,-,-,-,4,-,20,36,3.0,12\n"          // 9
             "9,y,M,SW_C,43,PANEL0009,LED,80,240,36,44,1.5,4,0,-,8,22,-2.5,8\n"     // 10
             "10,y,M,SW_C,43,PANEL0010,LED,80,240,36,44,1.5,4,0,-,9000,22,2.5,8\n"  // 11
-            "11,y,M,SW_C,43,PANEL0011,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8,8\n",  // 12
+            "11,y,M,SW_C,43,PANEL0011,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8,8\n"   // 12
+            "12,y,M,SW_" +
+            std::string(1, '\0') +  // 13: the TV's SW model ends at a NUL
+            "D,43,PANEL0012,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n"
+            "13,y,M,SW_C,43,PANEL0013,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,-8\n",  // 14
         {":3: error: skipped by the plug-in: The number of tokens is 18 (not 19)",
          ":4: error: skipped by the plug-in: Invalid Panel Type PANEL003",
          ":5: error: never selected: line 2 has the same SW model SW_A and panel type PANEL0001",
@@ -60,7 +64,10 @@ TEST(EnergyFactorsLintTest, OneLinePerDefectAtItsLine) {
          ":10: error: negative watts: LPM -2.5 W at ANA 0, DutySum 0, 1080 lines, volume 0",
          ":11: error: watts above 7920 (22 Wh per turn: the loop meters 0): NORMAL 9977.1 W at "
          "ANA 1023, DutySum 1023, 2160 lines, volume 100; ALWAYS_ON_SCREEN 9970.1 W",
-         ":12: error: skipped by the plug-in: The number of tokens is 20 (not 19)"});
+         ":12: error: skipped by the plug-in: The number of tokens is 20 (not 19)",
+         ":13: error: the plug-in does not select this row: 12,y,M,SW_\\x00D,43,PANEL0012,",
+         ":14: error: watts not a finite number: NORMAL at ANA 0, DutySum 0, 1080 lines, volume "
+         "50; PICTURE_OFF at"});
 }
 
 TEST(EnergyFactorsLintTest, VersionLine) {

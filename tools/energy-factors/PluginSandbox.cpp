@@ -43,6 +43,17 @@ std::string PictureJson(const Inputs& in) {
     return doc.toString(false);
 }
 
+// The row for a message: a control byte shows as \xNN. A NUL would otherwise end the message
+// where it stands (what() is a C string), and hide why the row is refused.
+std::string Printable(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        out += byte < 0x20 || byte == 0x7f ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
+    }
+    return out;
+}
+
 std::vector<std::string> MessagesSince(uint64_t mark) {
     std::vector<std::string> out;
     for (const tvsim::LogLine& l : tvsim::LinesSince(mark)) {
@@ -119,14 +130,14 @@ RowModel::RowModel(PluginSandbox& sandbox, const std::string& row_text) : impl_(
     std::vector<std::string> log;
     if (!PluginSandbox::ParseRow(row_text, &row, &log)) {
         throw std::runtime_error(fmt::format("the plug-in does not read the row \"{}\": {}",
-                                             row_text, fmt::join(log, "; ")));
+                                             Printable(row_text), fmt::join(log, "; ")));
     }
     const std::vector<std::string> texts = PluginSandbox::TextColumns(row);
     sandbox.WriteDataSet("energy-factors\n" + row_text + "\n");
     tvsim::SetModelName(texts[2]);
     tvsim::SetPanelType(texts[4]);
     if (!impl_->calculator.Init()) {
-        throw std::runtime_error("the plug-in does not select this row: " + row_text);
+        throw std::runtime_error("the plug-in does not select this row: " + Printable(row_text));
     }
 }
 
