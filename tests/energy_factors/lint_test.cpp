@@ -148,7 +148,15 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
     std::string row_b = kRow;
     row_b.replace(0, 1, "2").replace(row_b.find("SW_A"), 4, "SW_B");
     testsupport::WriteText(two_rows, std::string("TEST-1\n") + kRow + row_b);
-    testsupport::WriteText(meter, "0,100\n");
+    testsupport::WriteText(meter, "1767571200,2.5\n");  // in the logs' turn
+    // Samples and factors that are not finite, or make watts that are not.
+    const std::string absurd = dir.File("absurd.csv"), huge = dir.File("huge.dat");
+    testsupport::WriteText(absurd, "1767571200,1e308\n");
+    auto lpm = [](std::string row, const std::string& main_lpm) {
+        return row.replace(row.find("2.5"), 3, main_lpm);
+    };
+    testsupport::WriteText(huge, "TEST-1\n" + lpm(kRow, "1e400") + lpm(row_b, "1e300"));
+    const std::string nan_row = lpm(std::string(kRow, sizeof kRow - 2), "nan");
     for (const char* model : {"SW_A", "SW_B"}) {
         testsupport::WriteText(model[3] == 'A' ? log_a : log_b,
                                std::string("[Energy] SW Model: ") + model +
@@ -180,6 +188,28 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
          2,
          "energy-factors: " + log_b + " is a set of row ID 2 (line 3), " + log_a +
              " of row ID 1 (line 2): a fit is for one row\n"},
+        {{"fit", "--data", clean, "--log", log_a, "--meter", absurd},
+         2,
+         "energy-factors: " + absurd +
+             ":1: watts out of range (a number from -1000000 to 1000000)\n"},
+        {{"fit", "--data", huge, "--log", log_a, "--meter", meter},
+         2,
+         "energy-factors: " + huge + ":2: MAIN_LPM is not a finite number\n"},
+        // LPM at 1e300 W: its square overflows.
+        {{"fit", "--data", huge, "--log", log_b, "--meter", meter},
+         2,
+         "energy-factors: the fit's watts or factors are not finite numbers: the row's factors are "
+         "too large\n"},
+        {{"truth", "--data", clean, "--log", log_a, "--skew", "nan"},
+         2,
+         "energy-factors: --skew: Value nan not a number in range 0 to 100 (see --help)\n"},
+        {{"truth", "--data", clean, "--log", log_a, "--row", nan_row},
+         2,
+         "energy-factors: MAIN_LPM of the row \"" + nan_row + "\" is not a finite number\n"},
+        {{"truth", "--data", huge, "--log", log_b},
+         2,
+         "energy-factors: the true row's watts at LPM ANA 1 DutySum 2 3 lines volume 4 are out of "
+         "a wattmeter's range (a number from -1000000 to 1000000)\n"},
         {{"lint", clean, "--format", "xml"},
          2,
          "energy-factors: --format: xml not in {text,json} (see --help)\n"},

@@ -191,7 +191,7 @@ std::vector<Defect> Lint(PluginSandbox& sandbox, const DataSet& set) {
         }
         CheckType(row, &defects);
         // The calculator refuses a row it does not select for its own SW model and panel type
-        // (a NUL in them: the TV's names end there).
+        // (a NUL in them: the TV's names end there) or one with a factor that is not finite.
         try {
             if (!CheckMissing(sandbox, row, &defects)) {
                 CheckRange(sandbox, row, &defects);

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "Calculator.h"
+#include "Factors.h"
 #include "PowerFactorLoader.h"
 #include "Registers.h"
 #include "SharedJson.h"
@@ -131,6 +132,10 @@ RowModel::RowModel(PluginSandbox& sandbox, const std::string& row_text) : impl_(
     if (!PluginSandbox::ParseRow(row_text, &row, &log)) {
         throw std::runtime_error(fmt::format("the plug-in does not read the row \"{}\": {}",
                                              Printable(row_text), fmt::join(log, "; ")));
+    }
+    if (const int i = NonFiniteFactor(FactorsOf(row)); i >= 0) {
+        throw std::runtime_error(fmt::format("{} of the row \"{}\" is not a finite number",
+                                             FactorName(i), Printable(row_text)));
     }
     const std::vector<std::string> texts = PluginSandbox::TextColumns(row);
     sandbox.WriteDataSet("energy-factors\n" + row_text + "\n");
