@@ -1,6 +1,7 @@
 // energy-factors lint, explain and table: one defect of each kind at its line as lint prints it,
 // the loader's choice as explain reports it, the watts of the selected row, and the program's exit
 // statuses and one-line errors.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -130,6 +131,13 @@ TEST(EnergyFactorsTableTest, WattsOfTheSelectedRowPerState) {
     const std::string row =
         "| 1 | M43 | SW_A | 43 | PANEL0001 | 0 | 85.9 | 2.5 | 13.2 | 78.9 | 22.4 | 0.0 |\n";
     EXPECT_EQ(table.substr(table.find('\n', table.find("|---")) + 1), row + row);
+    // SPEAKER -8 at volume 50: NaN watts.
+    const auto nan_set = ef::ParseDataSet(
+        "set", "TEST-1\n1,y,M43,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,-8\n");
+    EXPECT_THAT(
+        ef::FactorTable(sandbox, nan_set, {powermeter::NORMAL, 0, 0, 1080, 50}),
+        testing::EndsWith(
+            "| 0 | not a finite number | 2.5 | 13.2 | 30.0 | not a finite number | 0.0 |\n"));
 }
 
 TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
