@@ -1,6 +1,7 @@
 // energy-factors lint, explain and table: one defect of each kind at its line as lint prints it,
 // the loader's choice as explain reports it, the watts of the selected row, and the program's exit
 // statuses and one-line errors.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -50,7 +51,11 @@ TEST(EnergyFactorsLintTest, OneLinePerDefectAtItsLine) {
             "8,y,M,SW_C,43,PANEL0008,OLED,-,-,-,-,-,-,4,-,20,36,3.0,12\n"          // 9
             "9,y,M,SW_C,43,PANEL0009,LED,80,240,36,44,1.5,4,0,-,8,22,-2.5,8\n"     // 10
             "10,y,M,SW_C,43,PANEL0010,LED,80,240,36,44,1.5,4,0,-,9000,22,2.5,8\n"  // 11
-            "11,y,M,SW_C,43,PANEL0011,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8,8\n",  // 12
+            "11,y,M,SW_C,43,PANEL0011,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8,8\n"   // 12
+            "12,y,M,SW_" +
+            std::string(1, '\0') +  // 13: the TV's SW model ends at a NUL
+            "D,43,PANEL0012,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,8\n"
+            "13,y,M,SW_C,43,PANEL0013,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,-8\n",  // 14
         {":3: error: skipped by the plug-in: The number of tokens is 18 (not 19)",
          ":4: error: skipped by the plug-in: Invalid Panel Type PANEL003",
          ":5: error: never selected: line 2 has the same SW model SW_A and panel type PANEL0001",
@@ -60,7 +65,10 @@ TEST(EnergyFactorsLintTest, OneLinePerDefectAtItsLine) {
          ":10: error: negative watts: LPM -2.5 W at ANA 0, DutySum 0, 1080 lines, volume 0",
          ":11: error: watts above 7920 (22 Wh per turn: the loop meters 0): NORMAL 9977.1 W at "
          "ANA 1023, DutySum 1023, 2160 lines, volume 100; ALWAYS_ON_SCREEN 9970.1 W",
-         ":12: error: skipped by the plug-in: The number of tokens is 20 (not 19)"});
+         ":12: error: skipped by the plug-in: The number of tokens is 20 (not 19)",
+         ":13: error: the plug-in does not select this row: 12,y,M,SW_\\x00D,43,PANEL0012,",
+         ":14: error: watts not a finite number: NORMAL at ANA 0, DutySum 0, 1080 lines, volume "
+         "50; PICTURE_OFF at"});
 }
 
 TEST(EnergyFactorsLintTest, VersionLine) {
@@ -123,6 +131,13 @@ TEST(EnergyFactorsTableTest, WattsOfTheSelectedRowPerState) {
     const std::string row =
         "| 1 | M43 | SW_A | 43 | PANEL0001 | 0 | 85.9 | 2.5 | 13.2 | 78.9 | 22.4 | 0.0 |\n";
     EXPECT_EQ(table.substr(table.find('\n', table.find("|---")) + 1), row + row);
+    // SPEAKER -8 at volume 50: NaN watts.
+    const auto nan_set = ef::ParseDataSet(
+        "set", "TEST-1\n1,y,M43,SW_A,43,PANEL0001,LED,80,240,36,44,1.5,4,0,-,8,22,2.5,-8\n");
+    EXPECT_THAT(
+        ef::FactorTable(sandbox, nan_set, {powermeter::NORMAL, 0, 0, 1080, 50}),
+        testing::EndsWith(
+            "| 0 | not a finite number | 2.5 | 13.2 | 30.0 | not a finite number | 0.0 |\n"));
 }
 
 TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
@@ -141,7 +156,15 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
     std::string row_b = kRow;
     row_b.replace(0, 1, "2").replace(row_b.find("SW_A"), 4, "SW_B");
     testsupport::WriteText(two_rows, std::string("TEST-1\n") + kRow + row_b);
-    testsupport::WriteText(meter, "0,100\n");
+    testsupport::WriteText(meter, "1767571200,2.5\n");  // in the logs' turn
+    // Samples and factors that are not finite, or make watts that are not.
+    const std::string absurd = dir.File("absurd.csv"), huge = dir.File("huge.dat");
+    testsupport::WriteText(absurd, "1767571200,1e308\n");
+    auto lpm = [](std::string row, const std::string& main_lpm) {
+        return row.replace(row.find("2.5"), 3, main_lpm);
+    };
+    testsupport::WriteText(huge, "TEST-1\n" + lpm(kRow, "1e400") + lpm(row_b, "1e300"));
+    const std::string nan_row = lpm(std::string(kRow, sizeof kRow - 2), "nan");
     for (const char* model : {"SW_A", "SW_B"}) {
         testsupport::WriteText(model[3] == 'A' ? log_a : log_b,
                                std::string("[Energy] SW Model: ") + model +
@@ -173,6 +196,28 @@ TEST(EnergyFactorsCliTest, ExitStatusAndOneLineErrors) {
          2,
          "energy-factors: " + log_b + " is a set of row ID 2 (line 3), " + log_a +
              " of row ID 1 (line 2): a fit is for one row\n"},
+        {{"fit", "--data", clean, "--log", log_a, "--meter", absurd},
+         2,
+         "energy-factors: " + absurd +
+             ":1: watts out of range (a number from -1000000 to 1000000)\n"},
+        {{"fit", "--data", huge, "--log", log_a, "--meter", meter},
+         2,
+         "energy-factors: " + huge + ":2: MAIN_LPM is not a finite number\n"},
+        // LPM at 1e300 W: its square overflows.
+        {{"fit", "--data", huge, "--log", log_b, "--meter", meter},
+         2,
+         "energy-factors: the fit's watts or factors are not finite numbers: the row's factors are "
+         "too large\n"},
+        {{"truth", "--data", clean, "--log", log_a, "--skew", "nan"},
+         2,
+         "energy-factors: --skew: Value nan not a number in range 0 to 100 (see --help)\n"},
+        {{"truth", "--data", clean, "--log", log_a, "--row", nan_row},
+         2,
+         "energy-factors: MAIN_LPM of the row \"" + nan_row + "\" is not a finite number\n"},
+        {{"truth", "--data", huge, "--log", log_b},
+         2,
+         "energy-factors: the true row's watts at LPM ANA 1 DutySum 2 3 lines volume 4 are out of "
+         "a wattmeter's range (a number from -1000000 to 1000000)\n"},
         {{"lint", clean, "--format", "xml"},
          2,
          "energy-factors: --format: xml not in {text,json} (see --help)\n"},

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <sstream>
 #include <stdexcept>
 
@@ -42,12 +43,27 @@ DataSet ParseDataSet(const std::string& path, const std::string& text) {
     return set;
 }
 
+namespace {
+
+// Equal factors, a NaN being equal to a NaN: a row with a "nan" factor is still found, to be
+// refused by its line.
+bool SameFactors(const Factors& a, const Factors& b) {
+    for (int i = 0; i < kFactorCount; ++i) {
+        if (a[i] != b[i] && !(std::isnan(a[i]) && std::isnan(b[i]))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
 const DataRow* FindRow(const DataSet& set, const powermeter::PowerFactors& record) {
     const Factors factors = FactorsOf(record);
     const std::vector<std::string> texts = PluginSandbox::TextColumns(record);
     for (const DataRow& row : set.rows) {
         if (row.parsed && row.row.SequenceNumber() == record.SequenceNumber() &&
-            row.texts == texts && FactorsOf(row.row) == factors) {
+            row.texts == texts && SameFactors(FactorsOf(row.row), factors)) {
             return &row;
         }
     }

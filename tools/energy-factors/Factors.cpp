@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
+
 namespace energyfactors {
 
 using powermeter::PowerFactors;
@@ -21,6 +23,15 @@ Factors FactorsOf(const powermeter::PowerFactors& row) {
             row.Components(static_cast<powermeter::_COMPONENT>(i));
     }
     return f;
+}
+
+int NonFiniteFactor(const Factors& factors) {
+    for (int i = 0; i < kFactorCount; ++i) {
+        if (!std::isfinite(factors[i])) {
+            return i;
+        }
+    }
+    return -1;
 }
 
 std::string FactorText(double value) {

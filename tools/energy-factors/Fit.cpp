@@ -129,6 +129,10 @@ DataRow SessionRow(PluginSandbox& sandbox, const DataSet& set, const Session& se
                                              set.path, session.sw_model, session.panel_type));
     }
     if (const DataRow* row = FindRow(set, s.row)) {
+        if (const int i = NonFiniteFactor(FactorsOf(row->row)); i >= 0) {
+            throw std::runtime_error(fmt::format("{}:{}: {} is not a finite number", set.path,
+                                                 row->line, FactorName(i)));
+        }
         return *row;
     }
     throw std::runtime_error("the selected row is not in the file");  // cannot happen
@@ -283,6 +287,40 @@ void Compare(PluginSandbox& sandbox, const std::vector<MeteredSession>& sessions
     FinishRms(r->all);
 }
 
+bool Finite(const StateError& e) {
+    return std::isfinite(e.measured_wh) && std::isfinite(e.before_wh) &&
+           std::isfinite(e.after_wh) && std::isfinite(e.before_rms) && std::isfinite(e.after_rms) &&
+           std::isfinite(ErrorPercent(e.before_wh, e.measured_wh)) &&
+           std::isfinite(ErrorPercent(e.after_wh, e.measured_wh));
+}
+
+// Every number the report and the plot show: finite sums, squares and solver steps are not
+// assured by finite factors and samples alone (a factor of 1e300 squares to infinity).
+bool Finite(const FitResult& r) {
+    auto all = [](const auto& values) {
+        return std::all_of(std::begin(values), std::end(values),
+                           [](double v) { return std::isfinite(v); });
+    };
+    for (size_t k = 0; k < r.sigma.size(); ++k) {  // the report's uncertainty in percent
+        const double after = r.after[r.choice.fitted[k]];
+        if (after != 0 && !std::isfinite(r.sigma[k] / std::fabs(after) * 100)) {
+            return false;
+        }
+    }
+    for (const Direction& d : r.choice.directions) {
+        for (const auto& [f, percent] : d.looks_like) {
+            if (!std::isfinite(percent)) {
+                return false;
+            }
+        }
+    }
+    return all(r.before) && all(r.after) && all(r.sigma) && all(r.measured) &&
+           all(r.estimated_before) && all(r.estimated_after) && Finite(r.all) &&
+           std::all_of(r.states.begin(), r.states.end(),
+                       [](const StateError& e) { return Finite(e); }) &&
+           std::isfinite(r.grid.max_percent) && std::isfinite(r.grid.p95_percent);
+}
+
 }  // namespace
 
 FitResult Fit(PluginSandbox& sandbox, const DataRow& row,
@@ -297,6 +335,10 @@ FitResult Fit(PluginSandbox& sandbox, const DataRow& row,
     Compare(sandbox, sessions, groups, &r);
     Uncertainty(sandbox, groups, &r);
     r.grid = CompareOnGrid(sandbox, r.after_text, row.text);
+    if (!Finite(r)) {
+        throw std::runtime_error(
+            "the fit's watts or factors are not finite numbers: the row's factors are too large");
+    }
     return r;
 }
 

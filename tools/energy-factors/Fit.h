@@ -18,7 +18,7 @@
 namespace energyfactors {
 
 // The row the plug-in selects for the session's set. Throws std::runtime_error when the log
-// does not name the set or the data set has no row for it.
+// does not name the set, the data set has no row for it or a factor of the row is not finite.
 DataRow SessionRow(PluginSandbox& sandbox, const DataSet& set, const Session& session);
 
 // Distinct inputs of the session, with how many turns had them.
@@ -61,6 +61,7 @@ struct FitResult {
 };
 
 // Fits the row to all sessions at once: one residual per distinct input over all of them.
+// Throws std::runtime_error when a number of the result is not finite.
 FitResult Fit(PluginSandbox& sandbox, const DataRow& row,
               const std::vector<MeteredSession>& sessions);
 

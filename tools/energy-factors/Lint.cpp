@@ -6,6 +6,7 @@
 #include <cmath>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <utility>
 
 #include "Calculator.h"
@@ -136,7 +137,7 @@ void CheckRange(PluginSandbox& sandbox, const DataRow& row, std::vector<Defect>*
                         Inputs in{static_cast<powermeter::_PowerStatusForEnergy>(s), ana, duty, res,
                                   vol};
                         const double w = model.Watts(in);
-                        if (std::isnan(w)) {
+                        if (!std::isfinite(w)) {
                             nan.emplace(s, Extreme{w, in});
                         } else if (w < 0 && (!low.count(s) || w < low[s].watts)) {
                             low[s] = {w, in};
@@ -154,9 +155,10 @@ void CheckRange(PluginSandbox& sandbox, const DataRow& row, std::vector<Defect>*
         }
         std::vector<std::string> parts;
         for (const auto& [s, e] : found) {
+            // A watt that is not finite is named, not printed as "nan" or "inf".
             parts.push_back(fmt::format(
-                "{} {:.1f} W at {}", StateName(static_cast<powermeter::_PowerStatusForEnergy>(s)),
-                e.watts, Describe(e.at)));
+                "{} {}at {}", StateName(static_cast<powermeter::_PowerStatusForEnergy>(s)),
+                std::isfinite(e.watts) ? fmt::format("{:.1f} W ", e.watts) : "", Describe(e.at)));
         }
         out->push_back(
             {row.line, Severity::kError, fmt::format("{}: {}", what, fmt::join(parts, "; "))});
@@ -165,7 +167,7 @@ void CheckRange(PluginSandbox& sandbox, const DataRow& row, std::vector<Defect>*
     const std::string above = fmt::format("watts above {:g} ({:g} Wh per turn: the loop meters 0)",
                                           kLimitWatts, PowerMeter::kPlausibilityLimit);
     report(high, above.c_str());
-    report(nan, "watts not a number");
+    report(nan, "watts not a finite number");
 }
 
 }  // namespace
@@ -188,8 +190,14 @@ std::vector<Defect> Lint(PluginSandbox& sandbox, const DataSet& set) {
                                            it->second, row.SwModel(), row.PanelType())});
         }
         CheckType(row, &defects);
-        if (!CheckMissing(sandbox, row, &defects)) {
-            CheckRange(sandbox, row, &defects);
+        // The calculator refuses a row it does not select for its own SW model and panel type
+        // (a NUL in them: the TV's names end there) or one with a factor that is not finite.
+        try {
+            if (!CheckMissing(sandbox, row, &defects)) {
+                CheckRange(sandbox, row, &defects);
+            }
+        } catch (const std::runtime_error& e) {
+            defects.push_back({row.line, Severity::kError, e.what()});
         }
     }
     return defects;

@@ -15,6 +15,7 @@ namespace energyfactors {
 
 namespace {
 
+// A number, "nan", "inf" and overflowing ones included: the caller says which it takes.
 bool ParseNumber(const std::string& text, double* out) {
     const char* begin = text.c_str();
     char* end = nullptr;
@@ -22,12 +23,12 @@ bool ParseNumber(const std::string& text, double* out) {
     while (end != nullptr && (*end == ' ' || *end == '\r')) {
         ++end;
     }
-    return end != begin && *end == '\0' && std::isfinite(*out);
+    return end != begin && *end == '\0';
 }
 
 bool ParseTime(const std::string& text, double* out) {
     if (ParseNumber(text, out)) {
-        return true;
+        return std::isfinite(*out);
     }
     std::tm tm{};
     double seconds = 0;
@@ -64,6 +65,12 @@ std::vector<Sample> ReadMeter(const std::string& path) {
         Sample s;
         if (comma != std::string::npos && ParseTime(line.substr(0, comma), &s.time) &&
             ParseNumber(line.substr(comma + 1), &s.watts)) {
+            // Refused even where a header could stand: a sample it is, and no meter reads it.
+            if (!(std::fabs(s.watts) <= kMaxMeterWatts)) {
+                throw std::runtime_error(
+                    fmt::format("{}:{}: watts out of range (a number from -{:.0f} to {:.0f})", path,
+                                number, kMaxMeterWatts, kMaxMeterWatts));
+            }
             samples.push_back(s);
         } else if (!header_allowed) {
             throw std::runtime_error(fmt::format(

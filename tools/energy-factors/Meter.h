@@ -17,9 +17,13 @@ struct Sample {
 // The largest wattmeter file read: 256 MiB, about ten weeks of samples every second.
 constexpr uint64_t kMaxMeterBytes = 256ull * 1024 * 1024;
 
+// The largest magnitude of a sample's watts read: a TV's wattmeter never shows more, and sums of
+// absurd samples would overflow to infinity.
+constexpr double kMaxMeterWatts = 1e6;
+
 // Lines starting with '#', blank lines and a header line are skipped. Throws
-// std::runtime_error "FILE:LINE: reason" for a line that is neither, or when the file cannot be
-// read.
+// std::runtime_error "FILE:LINE: reason" for a line that is neither, for watts that are not a
+// number within kMaxMeterWatts, or when the file cannot be read.
 // The file must be a regular file of at most kMaxMeterBytes.
 std::vector<Sample> ReadMeter(const std::string& path);
 std::string FormatMeter(const std::vector<Sample>& samples);

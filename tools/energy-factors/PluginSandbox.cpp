@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "Calculator.h"
+#include "Factors.h"
 #include "PowerFactorLoader.h"
 #include "Registers.h"
 #include "SharedJson.h"
@@ -53,6 +54,17 @@ struct ErrorsOnly {
     ErrorsOnly(const ErrorsOnly&) = delete;
     ErrorsOnly& operator=(const ErrorsOnly&) = delete;
 };
+
+// The row for a message: a control byte shows as \xNN. A NUL would otherwise end the message
+// where it stands (what() is a C string), and hide why the row is refused.
+std::string Printable(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        out += byte < 0x20 || byte == 0x7f ? fmt::format("\\x{:02x}", byte) : std::string(1, c);
+    }
+    return out;
+}
 
 std::vector<std::string> MessagesSince(uint64_t mark) {
     std::vector<std::string> out;
@@ -130,14 +142,18 @@ RowModel::RowModel(PluginSandbox& sandbox, const std::string& row_text) : impl_(
     std::vector<std::string> log;
     if (!PluginSandbox::ParseRow(row_text, &row, &log)) {
         throw std::runtime_error(fmt::format("the plug-in does not read the row \"{}\": {}",
-                                             row_text, fmt::join(log, "; ")));
+                                             Printable(row_text), fmt::join(log, "; ")));
+    }
+    if (const int i = NonFiniteFactor(FactorsOf(row)); i >= 0) {
+        throw std::runtime_error(fmt::format("{} of the row \"{}\" is not a finite number",
+                                             FactorName(i), Printable(row_text)));
     }
     const std::vector<std::string> texts = PluginSandbox::TextColumns(row);
     sandbox.WriteDataSet("energy-factors\n" + row_text + "\n");
     tvsim::SetModelName(texts[2]);
     tvsim::SetPanelType(texts[4]);
     if (!impl_->calculator.Init()) {
-        throw std::runtime_error("the plug-in does not select this row: " + row_text);
+        throw std::runtime_error("the plug-in does not select this row: " + Printable(row_text));
     }
 }
 

@@ -47,7 +47,8 @@ class PluginSandbox {
 class RowModel {
   public:
     // Makes `row_text` the only row of the sandbox's data set and initialises the calculator
-    // with it. Throws std::runtime_error when the plug-in does not read or select it.
+    // with it. Throws std::runtime_error when the plug-in does not read or select it, or when a
+    // factor is not a finite number.
     RowModel(PluginSandbox& sandbox, const std::string& row_text);
     ~RowModel();
     double Watts(const Inputs& in);

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <exception>
 #include <vector>
 
@@ -46,7 +47,10 @@ std::string FactorTable(PluginSandbox& sandbox, const DataSet& set, const Inputs
             Inputs in = picture;
             in.state = static_cast<powermeter::_PowerStatusForEnergy>(s);
             try {
-                out += fmt::format(" {:.1f} |", calculator.Watts(in));
+                const double watts = calculator.Watts(in);
+                // Named, never printed as "nan" or "inf" (a negative speaker factor makes NaN).
+                out += std::isfinite(watts) ? fmt::format(" {:.1f} |", watts)
+                                            : std::string(" not a finite number |");
             } catch (const std::exception& e) {
                 out += fmt::format(" {} |", e.what());
             }

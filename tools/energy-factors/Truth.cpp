@@ -3,11 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <map>
 #include <random>
+#include <stdexcept>
 
 #include "Fit.h"
+#include "Grid.h"
 
 namespace energyfactors {
 
@@ -57,7 +60,15 @@ std::vector<Sample> TrueSamples(PluginSandbox& sandbox, const std::string& true_
         if (t >= static_cast<double>(turns[k].time + kTurnSeconds)) {
             continue;  // between two turns that are further apart than one turn
         }
-        samples.push_back({t, watts[turns[k].in] * (1.0 + noise(random))});
+        const double w = watts[turns[k].in] * (1.0 + noise(random));
+        // What fit would refuse to read, and never a NaN or an infinity in the CSV.
+        if (!(std::fabs(w) <= kMaxMeterWatts)) {
+            throw std::runtime_error(fmt::format(
+                "the true row's watts at {} are out of a wattmeter's range (a number from -{:.0f} "
+                "to {:.0f})",
+                DescribeInputs(turns[k].in), kMaxMeterWatts, kMaxMeterWatts));
+        }
+        samples.push_back({t, w});
     }
     return samples;
 }

@@ -26,7 +26,7 @@ struct TruthOptions {
 
 // Samples from the first turn to the end of the last, at the period; a sample outside every
 // turn (a gap in the log) is left out. Throws std::runtime_error for a row the plug-in does not
-// read.
+// read, or whose watts with the noise exceed kMaxMeterWatts or are not a number.
 std::vector<Sample> TrueSamples(PluginSandbox& sandbox, const std::string& true_row,
                                 const Session& session, const TruthOptions& options);
 

@@ -38,6 +38,20 @@ void WriteFile(const std::string& path, const std::string& text) {
     }
 }
 
+// A number in [min, max]. CLI11's Range lets "nan" through (every comparison with it is false):
+// a NaN skew or noise would make NaN watts, a NaN period a sampling loop without end.
+CLI::Validator FiniteRange(double min, double max) {
+    return CLI::Validator(
+        [min, max](std::string& input) {
+            double value = 0;
+            if (CLI::detail::lexical_cast(input, value) && value >= min && value <= max) {
+                return std::string();
+            }
+            return fmt::format("Value {} not a number in range {:g} to {:g}", input, min, max);
+        },
+        fmt::format("FLOAT in [{:g} - {:g}]", min, max));
+}
+
 struct Options {
     std::string file = hostkit::DataDir() + "energy_factors.dat";
     std::string format = "text";
@@ -217,11 +231,11 @@ SubCommands AddSubCommands(CLI::App& app, Options& o) {
                      "without --row: change each factor a fit would change by up to this many "
                      "percent (default 20)")
         ->excludes(row)
-        ->check(CLI::Range(0.0, 100.0));
+        ->check(FiniteRange(0.0, 100.0));
     truth->add_option("--noise", o.noise, "Gaussian noise, percent of the watts (default 2)")
-        ->check(CLI::Range(0.0, 100.0));
+        ->check(FiniteRange(0.0, 100.0));
     truth->add_option("--period", o.period, "seconds between samples (default 1)")
-        ->check(CLI::Range(0.001, 3600.0));
+        ->check(FiniteRange(0.001, 3600.0));
     truth->add_option("--seed", o.seed, "random seed (default 1)");
     truth->add_option("-o,--output", o.output, "write the CSV here (default: stdout)");
     return {lint, explain, table, fit, truth};
