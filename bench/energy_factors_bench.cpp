@@ -1,7 +1,7 @@
-// energy-factors lint over generated data sets of 1,000 and 10,000 distinct rows: the time per
-// row must not grow with the size of the set (each row is checked on its own, and the simulated
-// TV's kept log is read from a mark, never scanned from its start). Reports rows per second;
-// the ratio of the two sizes' times is the figure to watch (10x for a linear cost).
+// energy-factors lint and table over generated data sets of 1,000 and 10,000 distinct rows: the
+// time per row must not grow with the size of the set (each row is checked on its own, and the
+// simulated TV's kept log is read from a mark, never scanned from its start). Reports rows per
+// second; the ratio of the two sizes' times is the figure to watch (10x for a linear cost).
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -10,6 +10,7 @@
 #include "DataSet.h"
 #include "Lint.h"
 #include "PluginSandbox.h"
+#include "Table.h"
 
 namespace {
 
@@ -41,6 +42,21 @@ void BM_Lint(benchmark::State& state) {
                            benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_Lint)->Arg(1000)->Arg(10000)->Iterations(1)->Unit(benchmark::kSecond);
+
+// The table of every row's watts: the loader's choice for each row, then its calculation.
+void BM_Table(benchmark::State& state) {
+    const int rows = static_cast<int>(state.range(0));
+    energyfactors::PluginSandbox sandbox;
+    const energyfactors::DataSet set = Generated(rows);
+    const energyfactors::Inputs picture{powermeter::NORMAL, 700, 800, 2160, 20};
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(energyfactors::FactorTable(sandbox, set, picture));
+    }
+    state.counters["rows_per_s"] =
+        benchmark::Counter(static_cast<double>(rows) * static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_Table)->Arg(1000)->Arg(10000)->Iterations(1)->Unit(benchmark::kSecond);
 
 }  // namespace
 
