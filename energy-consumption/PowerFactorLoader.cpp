@@ -37,12 +37,14 @@ struct FileText {
 // buffer that cannot be had (the loader never throws).
 bool read_whole_file(const std::string& path, FileText& text) {
     // A FIFO or a device counts as a data set that cannot be opened: it could block the open
-    // or be read without end.
-    if (common::IsSpecialFile(path)) {
+    // or be read without end. The type is the opened file's, so the probe is the open itself.
+    mode_t type = 0;
+    const int fd = common::OpenWithoutBlocking(path, &type);
+    if (fd < 0) {
         return false;
     }
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    if (common::IsSpecialType(type)) {
+        close(fd);
         return false;
     }
     struct stat info {};

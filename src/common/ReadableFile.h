@@ -33,11 +33,15 @@ inline mode_t FileTypeOf(const std::string& path) {
     return type;
 }
 
-// True when `path` names a FIFO, a device or a socket. A missing file or a directory is not
-// special: the caller's own open and read report those.
-inline bool IsSpecialFile(const std::string& path) {
-    const mode_t type = FileTypeOf(path);
+// True for the type bits of a FIFO, a device or a socket. An unknown type (0) or a directory
+// is not special: the caller's own open and read report those.
+inline bool IsSpecialType(mode_t type) {
     return type != 0 && type != S_IFREG && type != S_IFDIR;
+}
+
+// True when `path` names a FIFO, a device or a socket.
+inline bool IsSpecialFile(const std::string& path) {
+    return IsSpecialType(FileTypeOf(path));
 }
 
 }  // namespace common
