@@ -18,7 +18,7 @@ namespace {
 // from a data set of the version line and that model's lines alone: the same choice as from the
 // whole file, at a cost that grows with the set and not with its square.
 std::map<const DataRow*, const DataRow*> LoaderChoices(PluginSandbox& sandbox, const DataSet& set) {
-    std::map<std::string, std::string, std::less<>> lines_of;  // SW model as the loader screens it
+    std::map<std::string, std::string> lines_of;  // by the SW model as the loader screens it
     std::map<std::string, std::vector<const DataRow*>> asked;  // parsed rows by their SW model
     for (const DataRow& row : set.rows) {
         std::string_view sw_model;
