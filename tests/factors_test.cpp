@@ -289,12 +289,12 @@ TEST_F(FactorsTest, PrerequisiteDecisionsInOrder) {
 }
 
 // The scan: malformed rows reported, the SW model compared exactly, panel types of fewer than
-// nine characters refused, the first similar row taken.
+// nine characters refused (nine taken), the first similar row taken.
 TEST_F(FactorsTest, PrerequisiteScanOfTheDataSet) {
     std::string empty_field = Row(1, "AB12CD3EF0");  // empty tokens do not count: 18
     empty_field.replace(empty_field.find(",55,"), 4, ",,");
     WriteData({empty_field, Row(1, "AB12CD3EF0") + ",9", Row(1, "AB12CD3EF0", "sw_a"),
-               Row(1, "ZZ12CD3EF0"), Row(1, "AB12CD3E"), Row(1, "AB99CD9EF9")});
+               Row(1, "ZZ12CD3EF0"), Row(1, "AB12CD3E"), Row(1, "AB99CD9EF")});
     const std::string scan =
         "I energy data version: ECF-TEST-1|"
         "E The number of tokens is 18 (not 19)|"
@@ -303,10 +303,10 @@ TEST_F(FactorsTest, PrerequisiteScanOfTheDataSet) {
     EXPECT_TRUE(Available("AB12CD3EF0", lines));
     EXPECT_EQ(lines, scan +
                          "E Invalid Panel Type AB12CD3EF0 and AB12CD3E|"
-                         "I find one from energy data set: SW_A, AB99CD9EF9|"
+                         "I find one from energy data set: SW_A, AB99CD9EF|"
                          "I Availability Check for SW_A, AB12CD3EF0: 1|");
     EXPECT_FALSE(Available("AB12CD3E", lines));
-    EXPECT_NE(lines.find("E Invalid Panel Type AB12CD3E and AB99CD9EF9|"), std::string::npos);
+    EXPECT_NE(lines.find("E Invalid Panel Type AB12CD3E and AB99CD9EF|"), std::string::npos);
     // No file, the framework's default directory, a file that cannot be read.
     std::remove(dir_.File("energy_factors.dat").c_str());
     EXPECT_FALSE(Available("AB12CD3EF0", lines));
